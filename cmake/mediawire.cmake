@@ -1,0 +1,21 @@
+# One folder is one library target. Sources are globbed so that adding a unit to a
+# folder needs no edit here; the folder's CMakeLists names the dependencies.
+function(mw_library name)
+    cmake_parse_arguments(A "" "" "DEPS" ${ARGN})
+    file(GLOB srcs CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+    add_library(${name} STATIC ${srcs})
+    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/platform/include)
+    target_link_libraries(${name} PUBLIC ${A_DEPS} Threads::Threads)
+endfunction()
+
+# A test executable of one folder of tests/. Every test runs as its own ctest case.
+function(mw_test name)
+    cmake_parse_arguments(A "" "" "DEPS" ${ARGN})
+    file(GLOB srcs CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+    if(NOT srcs)
+        return()
+    endif()
+    add_executable(${name} ${srcs})
+    target_link_libraries(${name} PRIVATE ${A_DEPS} mw_testsupport GTest::gtest GTest::gmock)
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 300)
+endfunction()

@@ -1,0 +1,209 @@
+// Components and sub-objects that share their owner's lock.
+//
+// A TLockComponent creates its ComponentLock, an IChangeNotifyLock, and hands it to every
+// sub-object through the sub-object's constructor: persistents (TLockPersistent and its
+// Enabled/Disabled variants) and collections (TLockCollection, TTypedCollection) of it use
+// that one lock, so a setter of a sub-object locks the whole component. Defaults are set by
+// the constructors, before any property is set.
+//
+// Lifecycle: created in code with TComponent::New<T>(owner) or by the form reader, then
+// CreateStart(false) (in code) or CreateStart(true) (after loading) once the component
+// stands; freed with Free() or by the owner, which runs BeforeDestruction under the
+// exclusive lock first. At design time (csDesigning) a component starts no worker thread
+// and dispatches no events.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "frame/ChangeNotifyLock.h"
+#include "frame/Classes.h"
+
+class TBasicObject : public TObject {
+    MW_CLASS(TBasicObject, TObject)
+public:
+    virtual void InitDefaults(TBasicObject*) {}
+    virtual void BeforeDestruction() {}
+    void Free() {
+        BeforeDestruction();
+        delete this;
+    }
+};
+
+class TBasicPersistent : public TPersistent {
+    MW_CLASS(TBasicPersistent, TPersistent)
+public:
+    virtual void InitDefaults(TObject*, TBasicPersistent*) {}
+    // The component this object belongs to, through its chain of owners.
+    virtual TComponent* GetOwnerComponent() const;
+};
+
+class TLockPersistent : public TBasicPersistent {
+    MW_CLASS(TLockPersistent, TBasicPersistent)
+public:
+    TLockPersistent(TPersistent* owner, IChangeNotifyLock* lock, TChangeClosure onChange = {});
+
+    // Tells the owner, through the change closure, that a property changed.
+    virtual void NotifyProp();
+    virtual void OwnerNameChanged(const std::string& oldName, const std::string& newName);
+
+    TPersistent* GetOwner() const override { return FOwner; }
+    IChangeNotifyLock* Lock() const { return FLock.Get(); }
+    TBasicLockChangeNotifyLock& Setters() const { return *FLock->GetLock(); }
+    void Assign(const TPersistent& source) override;
+
+protected:
+    // Setter change closure that announces the change to the owner.
+    TChangeClosure Notifier() {
+        return [this] { NotifyProp(); };
+    }
+
+private:
+    TPersistent* FOwner;
+    ComPtr<IChangeNotifyLock> FLock;
+    TChangeClosure FOnChange;
+};
+
+// A sub-object with a persisted Enabled that is on by default.
+class TEnabledPersistent : public TLockPersistent {
+    MW_CLASS(TEnabledPersistent, TLockPersistent)
+public:
+    using TLockPersistent::TLockPersistent;
+    bool Enabled() const { return FEnabled; }
+    void SetEnabled(bool value) { Setters().Setter(FEnabled, value, Notifier()); }
+    static void Publish(TPropertyList& p) {
+        p.Add<TEnabledPersistent>("Enabled", &TEnabledPersistent::Enabled, &TEnabledPersistent::SetEnabled, true);
+    }
+
+private:
+    bool FEnabled = true;
+};
+
+// A sub-object with a persisted Enabled that is off by default.
+class TDisabledPersistent : public TLockPersistent {
+    MW_CLASS(TDisabledPersistent, TLockPersistent)
+public:
+    using TLockPersistent::TLockPersistent;
+    bool Enabled() const { return FEnabled; }
+    virtual void SetEnabled(bool value) { Setters().Setter(FEnabled, value, Notifier()); }
+    static void Publish(TPropertyList& p) {
+        p.Add<TDisabledPersistent>("Enabled", &TDisabledPersistent::Enabled,
+                                   [](TDisabledPersistent& o, bool v) { o.SetEnabled(v); }, false);
+    }
+
+private:
+    bool FEnabled = false;
+};
+
+class TLockComponent : public TComponent {
+    MW_CLASS(TLockComponent, TComponent)
+public:
+    explicit TLockComponent(TComponent* owner);
+    ~TLockComponent() override;
+
+    IChangeNotifyLock* ComponentLock() const { return FComponentLock.Get(); }
+    TBasicLockChangeNotifyLock& Setters() const { return *FComponentLock->GetLock(); }
+
+    // Runs once the component stands: `loaded` is true after a form file was read into
+    // it, false when it was created in code. Subclasses start their work here.
+    virtual void CreateStart(bool loaded);
+    // A published property changed.
+    virtual void NotifyProp() {}
+    // The palette bitmap name of the class.
+    virtual std::string GetIcon() const { return ClassName(); }
+    virtual void InitDefaults(TLockComponent*) {}
+
+    void Assign(const TPersistent& source) override;
+    void DefineProperties(TFiler& filer) override;
+    void Loaded() override;
+    void AfterConstruction() override;
+    void BeforeDestruction() override;
+
+protected:
+    TChangeClosure Notifier() {
+        return [this] { NotifyProp(); };
+    }
+
+private:
+    ComPtr<IChangeNotifyLock> FComponentLock;
+};
+
+class TLockCollection : public TCollection {
+    MW_CLASS(TLockCollection, TCollection)
+public:
+    TLockCollection(TPersistent* owner, IChangeNotifyLock* lock, TCollectionItemClass itemClass);
+
+    IChangeNotifyLock* Lock() const { return FLock.Get(); }
+    TBasicLockChangeNotifyLock& Setters() const { return *FLock->GetLock(); }
+    // An item or the list changed: tells the owner when it is a lock persistent or component.
+    virtual void NotifyProp();
+    virtual TPersistent* IntGetOwner() const { return GetOwner(); }
+    virtual void InitDefaults(TObject*, TLockCollection*) {}
+    virtual void AfterNewItemCreated(TCollectionItem*) {}
+    virtual void AfterNewItemDestroyed(TCollectionItem*) {}
+    // A new item was added through Add or Insert; subclasses name or set it up here.
+    virtual void NewItemCreated(TCollectionItem* item);
+
+protected:
+    void Added(TCollectionItem* item) override;
+    void Deleting(TCollectionItem* item) override;
+
+private:
+    ComPtr<IChangeNotifyLock> FLock;
+};
+
+class TLockCollectionItem : public TCollectionItem {
+    MW_CLASS(TLockCollectionItem, TCollectionItem)
+public:
+    explicit TLockCollectionItem(TCollection* collection);
+
+    TLockCollection* LockCollection() const { return dynamic_cast<TLockCollection*>(Collection()); }
+    IChangeNotifyLock* Lock() const { return FLock.Get(); }
+    TBasicLockChangeNotifyLock& Setters() const { return *FLock->GetLock(); }
+    virtual void NotifyProp();
+    virtual void InitDefaults(TObject*, TLockCollectionItem*) {}
+
+protected:
+    TChangeClosure Notifier() {
+        return [this] { NotifyProp(); };
+    }
+
+private:
+    ComPtr<IChangeNotifyLock> FLock;
+};
+
+// A collection of items of class T, read under the lock.
+template <class T>
+class TTypedCollection : public TLockCollection {
+    MW_CLASS(TTypedCollection, TLockCollection)
+public:
+    TTypedCollection(TPersistent* owner, IChangeNotifyLock* lock) : TLockCollection(owner, lock, T::StaticClass()) {}
+
+    T* GetNoLockItem(int index) const { return static_cast<T*>(TCollection::GetItem(index)); }
+    T* GetItem(int index) const {
+        TLockGuard g = Lock()->AcquireRead();
+        return GetNoLockItem(index);
+    }
+    void SetItem(int index, const T& item) { GetItem(index)->Assign(item); }
+    T* Add() { return static_cast<T*>(TCollection::Add()); }
+    // A copy of the item list taken under the lock, in order or reversed.
+    std::vector<T*> Query(bool reverse = false) const {
+        TLockGuard g = Lock()->AcquireRead();
+        std::vector<T*> r;
+        for (int i = 0; i < Count(); ++i) r.push_back(GetNoLockItem(i));
+        if (reverse) std::reverse(r.begin(), r.end());
+        return r;
+    }
+    std::vector<T*> GetEnumerator() const { return Query(false); }
+    std::vector<T*> GetReverseEnumerator() const { return Query(true); }
+    std::vector<T*> GetReverse() const { return Query(true); }
+};
+
+// A typed collection that knows its owning property, of class O.
+template <class O, class T>
+class TTypedOwnerPropertyCollection : public TTypedCollection<T> {
+    MW_CLASS(TTypedOwnerPropertyCollection, TTypedCollection<T>)
+public:
+    using TTypedCollection<T>::TTypedCollection;
+    O* GetOwnerProperty() const { return dynamic_cast<O*>(this->GetOwner()); }
+};

@@ -1,0 +1,11 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds the mediawire tool and runs its main job.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/install-deps.sh
+export CCACHE_DIR="${CCACHE_DIR:-$PWD/build/.ccache}"
+cmake --preset default >/dev/null
+cmake --build --preset default --target mediawire -j "$(nproc)"
+tool=build/default/apps/mediawire
+"$tool" --version
+"$tool" classes
