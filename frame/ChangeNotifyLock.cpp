@@ -9,6 +9,9 @@ thread_local std::vector<std::pair<const ReentrantSharedMutex*, int>> tlsReads;
 int& ReentrantSharedMutex::OwnReads() {
     for (auto& e : tlsReads)
         if (e.first == this) return e.second;
+    // Entries at zero are kept so that the next read of the same lock finds its slot; they
+    // are dropped only when the table grows, so a lock that is gone is soon forgotten.
+    if (tlsReads.size() >= 16) std::erase_if(tlsReads, [](auto& e) { return e.second == 0; });
     tlsReads.emplace_back(this, 0);
     return tlsReads.back().second;
 }
@@ -28,14 +31,10 @@ void ReentrantSharedMutex::UnlockShared() {
     std::unique_lock lk(FMutex);
     --FReaders;
     --own;
-    if (own == 0) {
-        lk.unlock();
-        std::erase_if(tlsReads, [this](auto& e) { return e.first == this; });
-        FCond.notify_all();
-    } else if (FWaitingWriters > 0) {
-        lk.unlock();
-        FCond.notify_all();
-    }
+    // Someone can only be waiting when a writer is, or waits to, get in.
+    const bool wake = FWaitingWriters > 0 || (own == 0 && FReaders == 0);
+    lk.unlock();
+    if (wake) FCond.notify_all();
 }
 
 void ReentrantSharedMutex::Lock() {
@@ -76,7 +75,6 @@ ReentrantSharedMutex::Holds ReentrantSharedMutex::ReleaseAll() {
             FWriter = std::thread::id();
         }
     }
-    std::erase_if(tlsReads, [this](auto& e) { return e.first == this; });
     FCond.notify_all();
     return h;
 }
@@ -101,6 +99,11 @@ bool ReentrantSharedMutex::IsHeldByCurrentThread() const {
     for (auto& e : tlsReads)
         if (e.first == this && e.second > 0) return true;
     return IsWrittenByCurrentThread();
+}
+
+int ReentrantSharedMutex::WaitingWriters() const {
+    std::lock_guard lk(FMutex);
+    return FWaitingWriters;
 }
 
 bool ReentrantSharedMutex::IsWrittenByCurrentThread() const {

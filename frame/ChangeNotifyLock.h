@@ -52,6 +52,8 @@ public:
 
     bool IsHeldByCurrentThread() const;
     bool IsWrittenByCurrentThread() const;
+    // Writers waiting for the lock now; for tests and diagnostics.
+    int WaitingWriters() const;
 
 private:
     int& OwnReads();  // this thread's shared holds on this lock
@@ -159,6 +161,8 @@ public:
     }
     void SetOnChange(TChangeClosure onChange) { FOnChange = std::move(onChange); }
     bool IsHeldByCurrentThread() const { return FMutex.IsHeldByCurrentThread(); }
+    bool IsWrittenByCurrentThread() const { return FMutex.IsWrittenByCurrentThread(); }
+    int WaitingWriters() const { return FMutex.WaitingWriters(); }
 
     // A plain setter of any type compared with ==.
     template <class T, class U>

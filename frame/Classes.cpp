@@ -35,10 +35,7 @@ public:
 }  // namespace
 
 void TFreeDeleter::operator()(TObject* o) const {
-    if (auto* p = dynamic_cast<TPersistent*>(o))
-        p->Free();
-    else
-        delete o;
+    if (o) o->Free();
 }
 
 // ---- TPersistent
@@ -65,11 +62,6 @@ std::string TPersistent::GetNamePath() const {
     std::string own = ClassName();
     if (!owner) return own;
     return owner->GetNamePath() + "." + own;
-}
-
-void TPersistent::Free() {
-    BeforeDestruction();
-    delete this;
 }
 
 bool TPersistent::HasStoredData() const {
@@ -170,6 +162,9 @@ void TComponent::Notification(TComponent* component, TOperation operation) {
 void TComponent::InsertComponent(TComponent* c) {
     c->FOwner = this;
     FComponents.push_back(c);
+    // A component placed on a form in the designer is at design time from its construction
+    // on, so that it starts no worker thread.
+    if (FComponentState & csDesigning) c->SetDesigning(true);
 }
 
 void TComponent::RemoveComponent(TComponent* c) {

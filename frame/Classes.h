@@ -47,11 +47,6 @@ public:
     // "Form1.AudioOut1.Format" style path, for messages.
     virtual std::string GetNamePath() const;
 
-    // Runs BeforeDestruction, then deletes the object.
-    void Free();
-    virtual void BeforeDestruction() {}
-    virtual void AfterConstruction() {}
-
     // True when the writer has anything to write for this object: a property that differs
     // from its default, or defined data that says it has data.
     virtual bool HasStoredData() const;

@@ -58,7 +58,7 @@ public:
         } else if (!(mw::detail::QueryOne<Interfaces>(static_cast<Interfaces*>(this), riid, ppv) || ...)) {
             if (!QueryOther(riid, ppv)) return E_NOINTERFACE;
         }
-        this->AddRef();
+        static_cast<First*>(this)->AddRef();  // the final overrider, whichever base names it
         return S_OK;
     }
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "frame/WirePins.h"
+
 // ---- TBasicPersistent
 
 TComponent* TBasicPersistent::GetOwnerComponent() const {
@@ -42,7 +44,10 @@ void TLockComponent::Assign(const TPersistent& source) {
     TComponent::Assign(source);
 }
 
-void TLockComponent::DefineProperties(TFiler& filer) { TComponent::DefineProperties(filer); }
+void TLockComponent::DefineProperties(TFiler& filer) {
+    TComponent::DefineProperties(filer);
+    QWDefineConnections(filer, *this);
+}
 
 void TLockComponent::Loaded() {
     TComponent::Loaded();
@@ -55,6 +60,9 @@ void TLockComponent::AfterConstruction() {
 }
 
 void TLockComponent::BeforeDestruction() {
+    // Pins go first, without the lock: a delivery in progress into one of them may be
+    // waiting for the lock, and closing a pin waits for its deliveries to end.
+    QWCloseComponentPins(this);
     TLockGuard g = FComponentLock->AcquireWrite();
     TComponent::BeforeDestruction();
 }

@@ -23,11 +23,6 @@ class TBasicObject : public TObject {
     MW_CLASS(TBasicObject, TObject)
 public:
     virtual void InitDefaults(TBasicObject*) {}
-    virtual void BeforeDestruction() {}
-    void Free() {
-        BeforeDestruction();
-        delete this;
-    }
 };
 
 class TBasicPersistent : public TPersistent {
@@ -104,8 +99,9 @@ public:
     IChangeNotifyLock* ComponentLock() const { return FComponentLock.Get(); }
     TBasicLockChangeNotifyLock& Setters() const { return *FComponentLock->GetLock(); }
 
-    // Runs once the component stands: `loaded` is true after a form file was read into
-    // it, false when it was created in code. Subclasses start their work here.
+    // Runs once the component stands: with false when it was created in code, and with true
+    // each time a form file was read into it (so a form created in code and then loaded hears
+    // both). Subclasses start their work here.
     virtual void CreateStart(bool loaded);
     // A published property changed.
     virtual void NotifyProp() {}

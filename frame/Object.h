@@ -79,7 +79,7 @@ TMetaClass::Factory FactoryFor() {
 // properties of its bases come first without being declared again.
 #define MW_CLASS(Self, Base)                                                                  \
 public:                                                                                       \
-    using inherited = Base;                                                                   \
+    using inherited [[maybe_unused]] = Base;                                                  \
     static TClass StaticClass() {                                                             \
         static const TMetaClass cls(#Self, Base::StaticClass(), ::mw::detail::FactoryFor<Self>(), \
                                     &Self::Publish);                                          \
@@ -99,6 +99,16 @@ public:
     static TClass StaticClass();
     virtual TClass ClassType() const { return StaticClass(); }
     static void Publish(TPropertyList&) {}
+
+    // Objects with work to do before any destructor runs are freed with Free(), which calls
+    // BeforeDestruction while the whole object still stands, then deletes it.
+    void Free() {
+        BeforeDestruction();
+        delete this;
+    }
+    virtual void BeforeDestruction() {}
+    // Run by factories (TComponent::New, the form reader) once the constructors are done.
+    virtual void AfterConstruction() {}
     const char* ClassName() const { return ClassType()->ClassName(); }
     bool InheritsFrom(TClass c) const { return ClassType()->InheritsFrom(c); }
     template <class T>

@@ -1,0 +1,5 @@
+#include "frame/WireOperations.h"
+
+bool TQWNotifyOperation::IsType(TClass cls) {
+    return ClassType()->InheritsFrom(cls);
+}

@@ -1,0 +1,576 @@
+#include "frame/WirePins.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+#include "frame/Persistence.h"
+
+namespace mw::wire {
+namespace {
+// Anchors this thread is delivering into, so that a pin freed from its own handler
+// doesn't wait for itself.
+thread_local std::vector<const PinAnchor*> tlsDelivering;
+
+int OwnDeliveries(const PinAnchor* a) {
+    return static_cast<int>(std::count(tlsDelivering.begin(), tlsDelivering.end(), a));
+}
+
+// The pins of each component, for finding pins by name and saving connections.
+struct PinRegistry {
+    std::mutex Mutex;
+    std::unordered_map<const TComponent*, std::vector<TQWPin*>> Pins;
+};
+PinRegistry& Registry() {
+    static PinRegistry r;
+    return r;
+}
+
+// Enters a peer for one delivery and leaves it however the delivery ends.
+class Delivery {
+public:
+    explicit Delivery(PinAnchor& a) : FAnchor(a), FPin(a.Enter()) {
+        if (FPin) tlsDelivering.push_back(&FAnchor);
+    }
+    ~Delivery() {
+        if (!FPin) return;
+        tlsDelivering.pop_back();
+        FAnchor.Leave();
+    }
+    TQWPin* Pin() const { return FPin; }
+
+private:
+    PinAnchor& FAnchor;
+    TQWPin* FPin;
+};
+}  // namespace
+
+TQWPin* PinAnchor::Enter() {
+    Active.fetch_add(1, std::memory_order_acq_rel);
+    TQWPin* p = Pin.load(std::memory_order_acquire);
+    if (!p) Leave();
+    return p;
+}
+
+void PinAnchor::Leave() {
+    if (Active.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        std::lock_guard lk(Mutex);
+        Idle.notify_all();
+    }
+}
+
+void PinAnchor::Close() {
+    Pin.store(nullptr, std::memory_order_release);
+    const int own = OwnDeliveries(this);
+    std::unique_lock lk(Mutex);
+    Idle.wait(lk, [&] { return Active.load(std::memory_order_acquire) <= own; });
+}
+}  // namespace mw::wire
+
+using mw::wire::PinAnchor;
+
+// ---- TQWBasicPin
+
+TQWBasicPin::TQWBasicPin(TComponent* owner, IBasicLock* lock) : FOwner(owner), FLock(lock) {}
+
+TQWBasicPin::~TQWBasicPin() = default;
+
+// ---- TQWPin
+
+TQWPin::TQWPin(TComponent* owner, IBasicLock* lock, TQWBasicPinNotificationEvent dispatch, TQWPinEvent onConnect,
+               TQWPinEvent onDisconnect)
+    : TQWBasicPin(owner, lock),
+      FAnchor(std::make_shared<PinAnchor>(this)),
+      FPeers(std::make_shared<const PeerList>()),
+      FDispatch(std::move(dispatch)),
+      FOnConnect(std::move(onConnect)),
+      FOnDisconnect(std::move(onDisconnect)) {
+    auto& r = mw::wire::Registry();
+    std::lock_guard lk(r.Mutex);
+    r.Pins[owner].push_back(this);
+}
+
+TQWPin::~TQWPin() {
+    {
+        auto& r = mw::wire::Registry();
+        std::lock_guard lk(r.Mutex);
+        auto it = r.Pins.find(Owner());
+        if (it != r.Pins.end()) {
+            std::erase(it->second, this);
+            if (it->second.empty()) r.Pins.erase(it);
+        }
+    }
+    Close();
+}
+
+void TQWPin::Close() {
+    if (IsClosed()) return;
+    DisconnectAll();
+    FAnchor->Close();
+    // A delivery that raced with the disconnection has now ended too; drop what's left.
+    DisconnectAll();
+}
+
+bool TQWPin::CanConnectTo(const TQWPin& other) const {
+    if (&other == this) return false;
+    if (Direction() == TQWPinDirection::Source) return other.Direction() == TQWPinDirection::Sink && other.CanConnectTo(*this);
+    return false;
+}
+
+bool TQWSinkPin::CanConnectTo(const TQWPin& other) const {
+    return &other != this && other.Direction() == TQWPinDirection::Source && Accepts(other.DataType());
+}
+
+bool TQWPin::Connect(TQWPin& other) {
+    if (IsClosed() || other.IsClosed() || !CanConnectTo(other) || IsConnectedTo(other)) return false;
+    if (!AddPeer(other.FAnchor)) return false;
+    other.AddPeer(FAnchor);
+    Connected(other);
+    other.Connected(*this);
+    if (FOnConnect) FOnConnect(this);
+    if (other.FOnConnect) other.FOnConnect(&other);
+    return true;
+}
+
+bool TQWPin::Disconnect(TQWPin& other) {
+    if (!RemovePeer(&other)) return false;
+    other.RemovePeer(this);
+    Disconnected(other);
+    other.Disconnected(*this);
+    if (FOnDisconnect) FOnDisconnect(this);
+    if (other.FOnDisconnect) other.FOnDisconnect(&other);
+    return true;
+}
+
+void TQWPin::DisconnectAll() {
+    for (;;) {
+        auto peers = Peers();
+        if (peers->empty()) return;
+        mw::wire::Delivery d(*peers->front());
+        if (d.Pin())
+            Disconnect(*d.Pin());
+        else
+            RemovePeer(nullptr);  // the peer went away on its own; drop the stale entry
+    }
+}
+
+bool TQWPin::IsConnectedTo(const TQWPin& other) const {
+    auto peers = Peers();
+    return std::any_of(peers->begin(), peers->end(),
+                       [&](const mw::wire::PinAnchorRef& a) { return a->Pin.load() == &other; });
+}
+
+int TQWPin::ConnectionCount() const { return static_cast<int>(Peers()->size()); }
+
+std::vector<TQWPin*> TQWPin::Connections() const {
+    std::vector<TQWPin*> r;
+    for (auto& a : *Peers())
+        if (TQWPin* p = a->Pin.load()) r.push_back(p);
+    return r;
+}
+
+std::shared_ptr<const TQWPin::PeerList> TQWPin::Peers() const {
+    std::lock_guard lk(FPeersMutex);
+    return FPeers;
+}
+
+bool TQWPin::AddPeer(const mw::wire::PinAnchorRef& peer) {
+    std::lock_guard lk(FPeersMutex);
+    auto next = std::make_shared<PeerList>(*FPeers);
+    next->push_back(peer);
+    FPeers = std::move(next);
+    return true;
+}
+
+bool TQWPin::RemovePeer(const TQWPin* peer) {
+    std::lock_guard lk(FPeersMutex);
+    auto next = std::make_shared<PeerList>(*FPeers);
+    auto it = std::find_if(next->begin(), next->end(),
+                           [&](const mw::wire::PinAnchorRef& a) { return a->Pin.load() == peer; });
+    if (it == next->end()) return false;
+    next->erase(it);
+    FPeers = std::move(next);
+    return true;
+}
+
+void TQWPin::ForEachPeer(const std::function<void(TQWPin&)>& f) const {
+    auto peers = Peers();
+    for (const auto& anchor : *peers) {
+        mw::wire::Delivery d(*anchor);
+        if (d.Pin()) f(*d.Pin());
+    }
+}
+
+void TQWPin::Notify(IQWNotifyOperation* operation) {
+    if (!operation) return;
+    auto peers = Peers();
+    const TQWNotifyState state = Direction() == TQWPinDirection::Sink ? nsUpstream : 0;
+    for (const auto& anchor : *peers) {
+        mw::wire::Delivery d(*anchor);
+        if (d.Pin()) d.Pin()->Receive(this, operation, state);
+    }
+}
+
+void TQWPin::Receive(TQWPin* sender, IQWNotifyOperation* operation, TQWNotifyState state) {
+    if (!FDispatch) return;
+    // The data type of a connection is the one its source produces.
+    const GUID* type = Direction() == TQWPinDirection::Sink ? &sender->DataType() : &DataType();
+    FDispatch(this, sender, type, operation, state);
+}
+
+void TQWPin::AddLinkedPin(TQWPin* pin) {
+    if (pin && std::find(FLinked.begin(), FLinked.end(), pin) == FLinked.end()) FLinked.push_back(pin);
+}
+
+void TQWPin::RemoveLinkedPin(TQWPin* pin) { std::erase(FLinked, pin); }
+
+std::vector<TQWPin*> TQWPin::LinkedPins() const { return FLinked; }
+
+// ---- signal sinks and sources
+
+TQSQWSinkPin::TQSQWSinkPin(TComponent* owner, IBasicLock* lock, TQWBasicPinNotificationEvent dispatch,
+                           TQWPinEvent onConnect, TQWPinEvent onDisconnect)
+    : TQWSinkPin(owner, lock, std::move(dispatch), std::move(onConnect), std::move(onDisconnect)) {}
+
+void TQSQWSinkPin::MasterPump(TObject* master) {
+    MasterPump(master, FPumpNumber.fetch_add(1, std::memory_order_relaxed) + 1);
+}
+
+void TQSQWSinkPin::MasterPump(TObject* master, uint32_t operationNumber) {
+    ForEachPeer([&](TQWPin& peer) {
+        if (auto* source = dynamic_cast<TQSQWClockableSourcePin*>(&peer))
+            source->MasterPumpFromSink(master, operationNumber);
+    });
+}
+
+TQSQWClockableSourcePin::TQSQWClockableSourcePin(TComponent* owner, IBasicLock* lock, IBasicLock*,
+                                                 TQWBasicPinNotificationEvent dispatch, TQWPinEvent onConnect,
+                                                 TQWPinEvent onDisconnect)
+    : TQWSourcePin(owner, lock, std::move(dispatch), std::move(onConnect), std::move(onDisconnect)) {}
+
+void TQSQWClockableSourcePin::SubmitBuffer(IQSData* data) {
+    if (!IsConnected()) return;
+    ComPtr<IQWNotifyOperation> op = MwNew<TQWSuppliedBufferOperation>(ComPtr<IQSData>(data));
+    Notify(op.Get());
+}
+
+void TQSQWClockableSourcePin::MasterPumpFromSink(TObject* master, uint32_t operationNumber) {
+    if (FOnMasterPump) FOnMasterPump(this, master, operationNumber);
+}
+
+TQWQMGraphSourcePin::TQWQMGraphSourcePin(TComponent* owner, IBasicLock* lock, IBasicLock*, int,
+                                         TQWBasicPinNotificationEvent dispatch)
+    : TQWSourcePin(owner, lock, std::move(dispatch)) {}
+
+// ---- clock
+
+TQWClockSourcePin::TQWClockSourcePin(TComponent* owner, IBasicLock* lock, TQWBasicPinNotificationEvent dispatch,
+                                     TQWPinEvent onConnect, TQWPinEvent onDisconnect)
+    : TQWSourcePin(owner, lock, std::move(dispatch), std::move(onConnect), std::move(onDisconnect)) {}
+
+void TQWClockSourcePin::Clock(int count) {
+    ForEachPeer([&](TQWPin& peer) {
+        auto* sink = dynamic_cast<TQWClockMultiSinkPin*>(&peer);
+        if (!sink) return;
+        {
+            std::lock_guard lk(FNeedsMutex);
+            if (std::find(FNotNeeding.begin(), FNotNeeding.end(), sink) != FNotNeeding.end()) return;
+        }
+        sink->Tick(this, count);
+    });
+}
+
+bool TQWClockSourcePin::IsClockNeeded() const {
+    std::lock_guard lk(FNeedsMutex);
+    for (TQWPin* p : Connections())
+        if (std::find(FNotNeeding.begin(), FNotNeeding.end(), p) == FNotNeeding.end()) return true;
+    return false;
+}
+
+void TQWClockSourcePin::Receive(TQWPin* sender, IQWNotifyOperation* operation, TQWNotifyState state) {
+    if (auto* needed = operation->InstanceAs<TQWClockNeededOperation>()) {
+        std::lock_guard lk(FNeedsMutex);
+        std::erase(FNotNeeding, sender);
+        if (!needed->Needed) FNotNeeding.push_back(sender);
+    }
+    TQWSourcePin::Receive(sender, operation, state);
+}
+
+void TQWClockSourcePin::Disconnected(TQWPin& peer) {
+    std::lock_guard lk(FNeedsMutex);
+    std::erase(FNotNeeding, &peer);
+}
+
+TQWClockMultiSinkPin::TQWClockMultiSinkPin(TComponent* owner, IBasicLock* lock, TQWClockEvent onClock,
+                                           TQWBasicPinNotificationEvent dispatch)
+    : TQWSinkPin(owner, lock, std::move(dispatch)), FOnClock(std::move(onClock)) {}
+
+void TQWClockMultiSinkPin::SetClockNeeded(bool needed) { Notify(MwNew<TQWClockNeededOperation>(needed)); }
+
+void TQWClockMultiSinkPin::Tick(TQWClockSourcePin* sender, int count) {
+    if (FOnClock) FOnClock(this, sender, count);
+}
+
+// ---- state pin
+
+TQWInt64TimeRangedStatePin::TQWInt64TimeRangedStatePin(TComponent* owner, IBasicLock* lock,
+                                                       TQWInt64DateTimeValueRangeChangeEvent onValueRange,
+                                                       TQWInt64DateTimeRangeChangeEvent onRange,
+                                                       TQWPinEvent onConnect, TQWPinDispatchEvent dispatch)
+    : TQWPin(owner, lock, std::move(dispatch), std::move(onConnect)),
+      FOnValueRange(std::move(onValueRange)),
+      FOnRange(std::move(onRange)) {}
+
+bool TQWInt64TimeRangedStatePin::CanConnectTo(const TQWPin& other) const {
+    return &other != this && other.Direction() == TQWPinDirection::State && other.DataType() == DataType();
+}
+
+void TQWInt64TimeRangedStatePin::SubmitValueRange(int64_t value, int64_t min, int64_t max, int64_t start,
+                                                  int64_t stop) {
+    const TValueRange v{value, min, max, start, stop};
+    {
+        std::lock_guard lk(FValueMutex);
+        FLast = v;
+        FHasValue = true;
+    }
+    ForEachPeer([&](TQWPin& peer) {
+        if (auto* state = dynamic_cast<TQWInt64TimeRangedStatePin*>(&peer)) state->ReceiveValueRange(v);
+    });
+}
+
+TQWInt64TimeRangedStatePin::TValueRange TQWInt64TimeRangedStatePin::Last() const {
+    std::lock_guard lk(FValueMutex);
+    return FLast;
+}
+
+void TQWInt64TimeRangedStatePin::ReceiveValueRange(const TValueRange& v) {
+    bool rangeChanged;
+    {
+        std::lock_guard lk(FValueMutex);
+        rangeChanged = !FHasValue || FLast.Min != v.Min || FLast.Max != v.Max;
+        FLast = v;
+        FHasValue = true;
+    }
+    if (rangeChanged && FOnRange) FOnRange(this, v.Min, v.Max);
+    if (FOnValueRange) FOnValueRange(this, v.Value, v.Min, v.Max, v.Start, v.Stop);
+}
+
+// ---- pin lists
+
+int TQWPinList::IndexOf(const TQWPin* pin) const {
+    auto it = std::find(FPins.begin(), FPins.end(), pin);
+    return it == FPins.end() ? -1 : static_cast<int>(it - FPins.begin());
+}
+
+bool TQWPinList::Remove(const TQWPin* pin) {
+    auto it = std::find(FPins.begin(), FPins.end(), pin);
+    if (it == FPins.end()) return false;
+    FPins.erase(it);
+    return true;
+}
+
+TQWPinListOwner::TQWPinListOwner(IBasicLock* lock, int initialCount, TQWPinCategories categories, int minCount,
+                                 int maxCount, TQWPinCreateFunction create, TQWPinDestroyFunction destroy,
+                                 TQWPinEvent onChange)
+    : FLock(lock),
+      FCategories(categories),
+      FMin(minCount),
+      FMax(maxCount),
+      FCreate(std::move(create)),
+      FDestroy(std::move(destroy)),
+      FOnChange(std::move(onChange)) {
+    for (int i = 0; i < std::max(initialCount, minCount); ++i) Add();
+}
+
+TQWPinListOwner::~TQWPinListOwner() {
+    while (FPins.Count() > 0) {
+        TQWPin* p = FPins[FPins.Count() - 1];
+        FPins.Remove(p);
+        if (FDestroy) FDestroy(p);
+    }
+}
+
+TQWPin* TQWPinListOwner::Add() {
+    if (!FCreate || (FMax > 0 && FPins.Count() >= FMax)) return nullptr;
+    TQWPin* pin = FCreate(FPins.Count());
+    if (!pin) return nullptr;
+    FPins.Add(pin);
+    if (FOnChange) FOnChange(pin);
+    return pin;
+}
+
+void TQWPinListOwner::Remove(TQWPin* pin) {
+    if (!FPins.Remove(pin)) return;
+    if (FOnChange) FOnChange(pin);
+    if (FDestroy) FDestroy(pin);
+}
+
+void TQWPinListOwner::Update() {
+    auto unconnected = [this] {
+        std::vector<TQWPin*> r;
+        for (TQWPin* p : FPins)
+            if (!p->IsConnected()) r.push_back(p);
+        return r;
+    };
+    if ((FCategories & pcAutoGrow) && unconnected().empty()) Add();
+    if (FCategories & pcAutoShrink) {
+        // Keep one free pin for the next connection; drop the other free ones beyond the minimum.
+        auto free = unconnected();
+        while (free.size() > 1 && FPins.Count() > FMin) {
+            Remove(free.back());
+            free.pop_back();
+        }
+    }
+}
+
+// ---- pump handshake
+
+bool QWClaimPump(TQWPumpRequestOperation& request, TObject* sink, uint32_t priority) {
+    if (request.Kind == TQWPumpRequestOperation::KindClaimed && request.Priority >= priority) return false;
+    request.Master = sink;
+    request.Priority = priority;
+    request.Kind = TQWPumpRequestOperation::KindClaimed;
+    return true;
+}
+
+TObject* TQWPumpSourceState::Request(TQSQWClockableSourcePin& pin) {
+    auto op = MwNew<TQWPumpRequestOperation>();
+    pin.Notify(op);
+    std::lock_guard lk(FMutex);
+    if (op->Kind == TQWPumpRequestOperation::KindClaimed && op->Master) {
+        FPin = &pin;
+        FMaster = op->Master;
+    } else {
+        FPin = nullptr;
+        FMaster = nullptr;
+    }
+    return FMaster;
+}
+
+void TQWPumpSourceState::StartPump(TQSQWClockableSourcePin& pin) {
+    {
+        std::lock_guard lk(FMutex);
+        FFirstAfterStart = true;
+    }
+    pin.Notify(MwNew<TQWStartPumpOperation>());
+}
+
+bool TQWPumpSourceState::Accept(const TQSQWClockableSourcePin* pin, const TObject* master,
+                                uint32_t operationNumber) {
+    std::lock_guard lk(FMutex);
+    if (!FMaster || pin != FPin || master != FMaster) return false;
+    if (!FFirstAfterStart && operationNumber == FLastNumber) return false;
+    FFirstAfterStart = false;
+    FLastNumber = operationNumber;
+    return true;
+}
+
+TObject* TQWPumpSourceState::Master() const {
+    std::lock_guard lk(FMutex);
+    return FMaster;
+}
+
+void TQWPumpSourceState::Reset() {
+    std::lock_guard lk(FMutex);
+    FPin = nullptr;
+    FMaster = nullptr;
+    FLastNumber = 0;
+    FFirstAfterStart = false;
+}
+
+// ---- free functions
+
+bool QWConnect(TQWPin& a, TQWPin& b) { return a.Connect(b); }
+
+bool QWDisconnect(TQWPin& a, TQWPin& b) { return a.Disconnect(b); }
+
+std::vector<TQWPin*> QWComponentPins(const TComponent* owner) {
+    auto& r = mw::wire::Registry();
+    std::lock_guard lk(r.Mutex);
+    auto it = r.Pins.find(owner);
+    return it == r.Pins.end() ? std::vector<TQWPin*>() : it->second;
+}
+
+TQWPin* QWFindPin(const TComponent* owner, const std::string& name) {
+    for (TQWPin* p : QWComponentPins(owner))
+        if (p->Name() == name) return p;
+    return nullptr;
+}
+
+namespace {
+// The pairs (own pin, peer) that this component writes: connections of its source pins, and
+// of its state pins toward peers of a later-named side, so that each is written once.
+std::vector<std::pair<TQWPin*, TQWPin*>> SavedConnections(const TComponent& component) {
+    std::vector<std::pair<TQWPin*, TQWPin*>> r;
+    for (TQWPin* pin : QWComponentPins(&component)) {
+        if (pin->Name().empty() || pin->Direction() == TQWPinDirection::Sink) continue;
+        for (TQWPin* peer : pin->Connections()) {
+            if (peer->Name().empty() || !peer->Owner() || peer->Owner()->Name().empty()) continue;
+            if (pin->Direction() == TQWPinDirection::State &&
+                std::make_pair(component.Name(), pin->Name()) > std::make_pair(peer->Owner()->Name(), peer->Name()))
+                continue;
+            r.emplace_back(pin, peer);
+        }
+    }
+    return r;
+}
+}  // namespace
+
+void QWDefineConnections(TFiler& filer, TComponent& component) {
+    const bool hasData = !SavedConnections(component).empty();
+    filer.DefineProperty(
+        "Connections",
+        [&component](TReader& reader) {
+            reader.ReadListBegin();
+            while (!reader.EndOfList()) {
+                const int line = reader.Line();
+                std::string pinName = reader.ReadString();
+                std::string peerPath = reader.ReadString();
+                const size_t dot = peerPath.rfind('.');
+                if (dot == std::string::npos || dot == 0 || dot + 1 == peerPath.size())
+                    throw EReadError(line, "Connection \"" + peerPath + "\" is not Component.Pin");
+                TComponent* self = reader.CurrentComponent();
+                if (!self) self = &component;
+                std::string peerPin = peerPath.substr(dot + 1);
+                // The reader's first, check-only pass works on scratch copies: it proves the
+                // connection can be made without making it, so that no pin outside the
+                // file sees a passing connection.
+                const bool checkOnly = reader.IsCheckingOnly();
+                reader.AddFixup(peerPath.substr(0, dot), [self, pinName, peerPin, peerPath, line,
+                                                          checkOnly](TComponent* peerOwner) {
+                    TQWPin* pin = QWFindPin(self, pinName);
+                    TQWPin* peer = peerOwner ? QWFindPin(peerOwner, peerPin) : nullptr;
+                    if (!pin) throw EReadError(line, std::string(self->ClassName()) + " has no pin \"" + pinName + "\"");
+                    if (!peer) throw EReadError(line, "No pin \"" + peerPath + "\"");
+                    if (checkOnly) {
+                        if (!pin->IsConnectedTo(*peer) && !pin->CanConnectTo(*peer))
+                            throw EReadError(line, "Pin \"" + pinName + "\" cannot be connected to \"" + peerPath + "\"");
+                        return;
+                    }
+                    if (!pin->IsConnectedTo(*peer) && !pin->Connect(*peer))
+                        throw EReadError(line, "Pin \"" + pinName + "\" cannot be connected to \"" + peerPath + "\"");
+                });
+            }
+            reader.ReadListEnd();
+        },
+        [&component](TWriter& writer) {
+            writer.WriteListBegin();
+            for (auto [pin, peer] : SavedConnections(component)) {
+                writer.WriteString(pin->Name());
+                writer.WriteString(writer.ComponentPath(*peer->Owner()) + "." + peer->Name());
+            }
+            writer.WriteListEnd();
+        },
+        hasData);
+}
+
+void QWCloseComponentPins(const TComponent* owner) {
+    for (TQWPin* p : QWComponentPins(owner)) p->Close();
+}
+
+void QWProcessQueue(IQSOperationList& queue, const std::function<bool(IQWNotifyOperation*)>& intDispatch) {
+    for (;;) {
+        ComPtr<IQWNotifyOperation> op;
+        if (!queue.Pop(op.ReleaseAndGetAddressOf())) return;
+        if (!intDispatch(op.Get())) return;
+    }
+}
