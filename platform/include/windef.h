@@ -111,3 +111,45 @@ typedef struct _SECURITY_ATTRIBUTES {
 #define STDMETHODIMP HRESULT STDMETHODCALLTYPE
 #define STDMETHODIMP_(type) type STDMETHODCALLTYPE
 #define PURE = 0
+
+// ---- Added for the COM core (issue 3): 64-bit halves, file times, locale ids ----
+typedef union _LARGE_INTEGER {
+    struct {
+        DWORD LowPart;
+        LONG HighPart;
+    };
+    struct {
+        DWORD LowPart;
+        LONG HighPart;
+    } u;
+    LONGLONG QuadPart;
+} LARGE_INTEGER, *PLARGE_INTEGER;
+
+typedef union _ULARGE_INTEGER {
+    struct {
+        DWORD LowPart;
+        DWORD HighPart;
+    };
+    struct {
+        DWORD LowPart;
+        DWORD HighPart;
+    } u;
+    ULONGLONG QuadPart;
+} ULARGE_INTEGER, *PULARGE_INTEGER;
+
+// 100 ns intervals since 1601-01-01 (UTC).
+typedef struct _FILETIME {
+    DWORD dwLowDateTime;
+    DWORD dwHighDateTime;
+} FILETIME, *PFILETIME, *LPFILETIME;
+
+typedef DWORD LCID;
+typedef WORD LANGID;
+typedef LONG SCODE;
+typedef BYTE BOOLEAN;
+typedef const RECT* LPCRECT;
+typedef DWORD* PDWORD;
+typedef ULONG* PULONG;
+typedef ULONGLONG DWORDLONG;
+
+static_assert(sizeof(LARGE_INTEGER) == 8 && sizeof(ULARGE_INTEGER) == 8 && sizeof(FILETIME) == 8);

@@ -1,0 +1,68 @@
+// Event codes of the filter graph (IMediaEventEx::GetEvent, IMediaEventSink::Notify), with the
+// platform's values. EC_USER and above belong to applications.
+#pragma once
+
+#include "windef.h"
+
+constexpr LONG EC_SYSTEMBASE = 0x00;
+constexpr LONG EC_USER = 0x8000;
+constexpr LONG EC_COMPLETE = 0x01;
+constexpr LONG EC_USERABORT = 0x02;
+constexpr LONG EC_ERRORABORT = 0x03;
+constexpr LONG EC_TIME = 0x04;
+constexpr LONG EC_REPAINT = 0x05;
+constexpr LONG EC_STREAM_ERROR_STOPPED = 0x06;
+constexpr LONG EC_STREAM_ERROR_STILLPLAYING = 0x07;
+constexpr LONG EC_ERROR_STILLPLAYING = 0x08;
+constexpr LONG EC_PALETTE_CHANGED = 0x09;
+constexpr LONG EC_VIDEO_SIZE_CHANGED = 0x0A;
+constexpr LONG EC_QUALITY_CHANGE = 0x0B;
+constexpr LONG EC_SHUTTING_DOWN = 0x0C;
+constexpr LONG EC_CLOCK_CHANGED = 0x0D;
+constexpr LONG EC_PAUSED = 0x0E;
+constexpr LONG EC_OPENING_FILE = 0x10;
+constexpr LONG EC_BUFFERING_DATA = 0x11;
+constexpr LONG EC_FULLSCREEN_LOST = 0x12;
+constexpr LONG EC_ACTIVATE = 0x13;
+constexpr LONG EC_NEED_RESTART = 0x14;
+constexpr LONG EC_WINDOW_DESTROYED = 0x15;
+constexpr LONG EC_DISPLAY_CHANGED = 0x16;
+constexpr LONG EC_STARVATION = 0x17;
+constexpr LONG EC_OLE_EVENT = 0x18;
+constexpr LONG EC_NOTIFY_WINDOW = 0x19;
+constexpr LONG EC_STREAM_CONTROL_STOPPED = 0x1A;
+constexpr LONG EC_STREAM_CONTROL_STARTED = 0x1B;
+constexpr LONG EC_END_OF_SEGMENT = 0x1C;
+constexpr LONG EC_SEGMENT_STARTED = 0x1D;
+constexpr LONG EC_LENGTH_CHANGED = 0x1E;
+constexpr LONG EC_DEVICE_LOST = 0x1F;
+constexpr LONG EC_SAMPLE_NEEDED = 0x20;
+constexpr LONG EC_PROCESSING_LATENCY = 0x21;
+constexpr LONG EC_SAMPLE_LATENCY = 0x22;
+constexpr LONG EC_SCRUB_TIME = 0x23;
+constexpr LONG EC_STEP_COMPLETE = 0x24;
+constexpr LONG EC_NEW_PIN = 0x20;
+constexpr LONG EC_RENDER_FINISHED = 0x21;
+constexpr LONG EC_TIMECODE_AVAILABLE = 0x30;
+constexpr LONG EC_EXTDEVICE_MODE_CHANGE = 0x31;
+constexpr LONG EC_STATE_CHANGE = 0x32;
+constexpr LONG EC_PLEASE_REOPEN = 0x40;
+constexpr LONG EC_STATUS = 0x41;
+constexpr LONG EC_MARKER_HIT = 0x42;
+constexpr LONG EC_LOADSTATUS = 0x43;
+constexpr LONG EC_FILE_CLOSED = 0x44;
+constexpr LONG EC_ERRORABORTEX = 0x45;
+constexpr LONG EC_EOS_SOON = 0x46;
+constexpr LONG EC_CONTENTPROPERTY_CHANGED = 0x47;
+constexpr LONG EC_BANDWIDTHCHANGE = 0x48;
+constexpr LONG EC_VIDEOFRAMEREADY = 0x49;
+constexpr LONG EC_GRAPH_CHANGED = 0x50;
+constexpr LONG EC_CLOCK_UNSET = 0x51;
+constexpr LONG EC_VMR_RENDERDEVICE_SET = 0x53;
+constexpr LONG EC_VMR_SURFACE_FLIPPED = 0x54;
+constexpr LONG EC_VMR_RECONNECTION_FAILED = 0x55;
+constexpr LONG EC_PREPROCESS_COMPLETE = 0x56;
+constexpr LONG EC_CODECAPI_EVENT = 0x57;
+constexpr LONG EC_BUILT = 0x300;
+constexpr LONG EC_UNBUILT = 0x301;
+constexpr LONG EC_WMT_EVENT_BASE = 0x0251;

@@ -1,0 +1,11 @@
+// Result codes of media objects.
+#pragma once
+
+#include "winerror.h"
+
+constexpr HRESULT DMO_E_INVALIDSTREAMINDEX = MW_HR(0x80040201);
+constexpr HRESULT DMO_E_INVALIDTYPE = MW_HR(0x80040202);
+constexpr HRESULT DMO_E_TYPE_NOT_SET = MW_HR(0x80040203);
+constexpr HRESULT DMO_E_NOTACCEPTING = MW_HR(0x80040204);
+constexpr HRESULT DMO_E_TYPE_NOT_ACCEPTED = MW_HR(0x80040205);
+constexpr HRESULT DMO_E_NO_MORE_ITEMS = MW_HR(0x80040206);
