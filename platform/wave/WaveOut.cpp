@@ -5,6 +5,7 @@
 // dereferenced.
 #include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -14,6 +15,7 @@
 #include <mutex>
 #include <thread>
 
+#include "mwstring.h"
 #include "mwwave.h"
 #include "platform/wave/WaveDevice.h"
 
@@ -422,12 +424,11 @@ MMRESULT WINAPI waveOutGetDevCapsW(UINT_PTR uDeviceID, LPWAVEOUTCAPSW pwoc, UINT
     caps.wMid = 0xFFFF;  // no maker id
     caps.wPid = 0xFFFF;
     caps.vDriverVersion = 0x0100;
-    // The names are ASCII; other bytes become '?' rather than broken UTF-16.
-    const std::string name = device->Name();
-    for (size_t i = 0; i < name.size() && i < MAXPNAMELEN - 1; ++i) {
-        const unsigned char c = static_cast<unsigned char>(name[i]);
-        caps.szPname[i] = c < 0x80 ? c : u'?';
-    }
+    // At most 31 characters, never cutting a surrogate pair in two.
+    std::u16string name = mw::Utf8ToUtf16(device->Name());
+    size_t n = std::min<size_t>(name.size(), MAXPNAMELEN - 1);
+    if (n > 0 && n < name.size() && name[n - 1] >= 0xD800 && name[n - 1] < 0xDC00) --n;
+    std::copy_n(name.begin(), n, caps.szPname);
     caps.dwFormats = 0x000FFFFF;  // every standard format up to 96 kHz stereo 16-bit
     caps.wChannels = device->MaxChannels();
     caps.dwSupport = device->Support();

@@ -1,0 +1,226 @@
+// TQAAudioOut plays the audio stream of its input pin through a wave device.
+//
+// A start opens the device for the stream's format, paused until PrefillInterval milliseconds
+// are written (or the stop arrives); each buffer is one wave header. Finished buffers come back
+// on the wave thread (TQAWaveThread), which ticks the clock pin, pulls the next buffer when the
+// output drives the pump, frees the buffer and drains the queue. Operations arrive on the
+// sender's thread; a start after a stop waits until the stopped stream has played out, and is
+// never processed on the wave thread (the main thread does it: keep its queue draining).
+// OnError/OnWarning run on the thread that failed, OnQueueEmpty on the main thread. After Stop
+// or Close no device, wave thread or buffer is held; after destruction no event is called.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "audio_out/QABasicAudioOut.h"
+#include "audio_out/QAWaveThread.h"
+#include "frame/Containers.h"
+#include "frame/OperationList.h"
+#include "frame/QSData.h"
+#include "frame/QSErrors.h"
+
+class TQAAudioOut;
+class TQAAudioOutDevice;
+
+// One buffer in flight: the header the device holds and the samples it reads.
+class TQAWaveBuffer {
+public:
+    HWAVEOUT HOut = nullptr;
+    WAVEHDR WaveHdr{};
+    ComPtr<IQAAudioBuffer> Data;  // keeps the samples alive while the device reads them
+};
+
+// One alternative device, by name.
+class TQAAudioOutDeviceItem : public TLockCollectionItem {
+    MW_CLASS(TQAAudioOutDeviceItem, TLockCollectionItem)
+public:
+    explicit TQAAudioOutDeviceItem(TCollection* collection) : TLockCollectionItem(collection) {}
+
+    std::string DeviceName() const;
+    void SetDeviceName(const std::string& value) {
+        Setters().Setter(FDeviceName, value, Notifier());
+    }
+    std::string GetDisplayName() const override { return DeviceName(); }
+
+    static void Publish(TPropertyList& p) {
+        p.AddNoDefault<TQAAudioOutDeviceItem>("DeviceName", &TQAAudioOutDeviceItem::DeviceName,
+                                              &TQAAudioOutDeviceItem::SetDeviceName);
+    }
+
+private:
+    std::string FDeviceName;
+};
+
+// The devices tried in order when the chosen one is not there. A new item names the device
+// that the fewest items name so far.
+using TQAAudioOutDeviceItemsBase =
+    TTypedOwnerPropertyCollection<TQAAudioOutDevice, TQAAudioOutDeviceItem>;
+class TQAAudioOutDeviceItems : public TQAAudioOutDeviceItemsBase {
+    MW_CLASS(TQAAudioOutDeviceItems, TQAAudioOutDeviceItemsBase)
+public:
+    using TTypedOwnerPropertyCollection::TTypedOwnerPropertyCollection;
+
+    // The number of items naming exactly this device.
+    int GetCountChannelsOfDevice(const std::string& name) const;
+    // The device least named so far (ties to the earlier device), or "Default".
+    std::string GetNewDevice() const;
+    void NewItemCreated(TCollectionItem* item) override;
+};
+
+// The choice of the device: a name ("Default" for the default device, in any case) and the
+// alternatives tried when no device has that name.
+class TQAAudioOutDevice : public TLockPersistent {
+    MW_CLASS(TQAAudioOutDevice, TLockPersistent)
+public:
+    explicit TQAAudioOutDevice(TQAAudioOut* component);
+    ~TQAAudioOutDevice() override;
+
+    TQAAudioOutDeviceItems* AlternativeDevices() const { return FAlternativeDevices.get(); }
+    std::string DeviceName() const;
+    void SetDeviceName(const std::string& value) {
+        Setters().Setter(FDeviceName, value, Notifier());
+    }
+
+    // The device number to open: WAVE_MAPPER for the default device, else the first device
+    // found by DeviceName and then by the alternatives in order; WAVE_MAPPER when none is.
+    UINT GetDeviceID() const;
+    // The number of the first device whose name is exactly `name` (case included);
+    // WAVE_MAPPER when there is none. When a device's capabilities can't be read it warns and
+    // answers 0, the first device.
+    UINT GetDeviceIDFromName(const std::string& name) const;
+    // The names of all output devices in order; warns and stops at a device it can't read.
+    std::vector<std::string> GetDeviceList() const;
+    void GetDeviceList(IStringArrayList* list) const;
+
+    // There is no dialog on this platform: the device is chosen by the handler installed with
+    // SetDeviceSelectHandler (a text menu of a command-line tool, a test), which gets the
+    // device list and the current name. True when the handler chose a device, which then
+    // becomes DeviceName; false, and nothing changed, without a handler or when it declined.
+    bool ShowDeviceSelctDialog();
+    using TDeviceSelectHandler =
+        std::function<bool(const std::vector<std::string>& devices, std::string& selected)>;
+    static void SetDeviceSelectHandler(TDeviceSelectHandler handler);
+
+    TQAAudioOut* Component() const { return FComponent; }
+
+    static void Publish(TPropertyList& p);
+
+private:
+    TQAAudioOut* FComponent;
+    TOwned<TQAAudioOutDeviceItems> FAlternativeDevices;
+    std::string FDeviceName = "Default";
+};
+
+// Counters of an output.
+struct TQAAudioOutStats {
+    uint64_t BuffersPlayed = 0;  // buffers the device gave back since the output was created
+    bool DeviceOpen = false;     // the rest describes the open device
+    uint64_t FramesPlayed = 0;
+    uint64_t Underruns = 0;
+};
+
+class TQAAudioOut : public TQABasicAudioOut {
+    MW_CLASS(TQAAudioOut, TQABasicAudioOut)
+public:
+    explicit TQAAudioOut(TComponent* owner);
+    ~TQAAudioOut() override;
+
+    // Opens the device for CurrentFormat when none is open, without pausing it; true when it
+    // did. A failed open closes again.
+    bool Open();
+    // Stop(true).
+    void Close();
+    // Ends playing and closes the device; with clearPump the output no longer drives the pump.
+    // Any thread but the wave thread.
+    void Stop(bool clearPump);
+    // Drops what is queued and what the device holds; prefill starts over.
+    void Flush();
+    // OnError, then EQSException unless handled or at design time.
+    void Error(const std::string& text, uint32_t code);
+    void Warning(const std::string& text, uint32_t code);
+
+    uint32_t PrefillInterval() const { return FPrefillNow; }
+    void SetPrefillInterval(uint32_t value);
+    TQAAudioOutDevice* Device() const { return FDevice.get(); }
+    void SetDevice(const TQAAudioOutDevice& value) { FDevice->Assign(value); }
+
+    TQSErrorEvent OnError() const;
+    void SetOnError(TQSErrorEvent handler);
+    TQSWarningEvent OnWarning() const;
+    void SetOnWarning(TQSWarningEvent handler);
+    std::function<void(TObject* sender)> OnQueueEmpty() const;
+    void SetOnQueueEmpty(std::function<void(TObject* sender)> handler);
+
+    // The names of the output devices, in the order of their numbers.
+    std::vector<std::string> GetDeviceList() const { return FDevice->GetDeviceList(); }
+    bool IsOpen() const;
+    // Buffers given to the device and not yet given back.
+    int BuffersInFlight() const;
+    TQAAudioOutStats Stats() const;
+
+    static void Publish(TPropertyList& p);
+
+protected:
+    void SinkDispatch(IQWNotifyOperation* operation) override;
+    void EnableChanged() override;
+    void BeforeDestruction() override;
+    // On the wave thread: one message of the device.
+    void ProcessMessage(uint32_t uMsg, HWAVEOUT hwo, WAVEHDR* header);
+
+private:
+    void ProcessQueue(bool fromThread);
+    bool IntDispatch(IQWNotifyOperation* operation, bool fromThread);
+    void AudioStreamStart(const TQAWaveFormatExtensible& format);
+    void Play(const ComPtr<IQAAudioBuffer>& buffer);
+    void IntPause();
+    void IntResume();
+    // Under FPrefillMutex: restarts a paused device; true when it was paused.
+    bool ResumeDevice();
+    void PayMissedPumps();
+    // Ends a prefill that is still running (a stop arrived or was processed).
+    void EndPrefill();
+    // On the wave thread.
+    void WOMOpen() {}
+    void WOMClose() {}
+    void WOMDone(HWAVEOUT hwo, WAVEHDR* header);
+    void FireQueueEmpty();
+    DWORD OpenFlags(UINT deviceId) const;
+
+    std::atomic<HWAVEOUT> HOut{nullptr};
+    uint32_t FPrefillInterval = 300;
+    std::atomic<uint32_t> FPrefillNow{300};
+    ComPtr<IQAAudioParams> FParams;
+    std::atomic<bool> FStopped{false};
+    TOwned<TQAAudioOutDevice> FDevice;
+    ComPtr<IQAWaveThread> FWaveThread;  // under FParams
+    std::atomic<bool> FResumed{false};
+    std::atomic<bool> FPaused{false};
+    std::atomic<int32_t> FMissedPumps{0};
+    ComPtr<IQSOperationList> FBufferQueue;
+    std::atomic<bool> FStartResumed{false};
+    std::atomic<int32_t> FStopping{0};
+    std::atomic<int64_t> FStartInterval{0};
+    ComPtr<ICriticalSection> FOnQueueEmptySection;
+    mutable std::mutex FEventsMutex;  // guards FOnError and FOnWarning
+    TQSErrorEvent FOnError;
+    TQSWarningEvent FOnWarning;
+    std::function<void(TObject*)> FOnQueueEmpty;
+    // One thread drains the queue at a time; the others leave it to that one.
+    std::atomic<bool> FDraining{false};
+    std::atomic<bool> FDrainRequested{false};
+    std::atomic<uint64_t> FBuffersPlayed{0};
+    // Makes the end of a prefill and the pause of a newly opened device one step each, so
+    // that a stop arriving on one thread and a start processed on another can't interleave.
+    std::recursive_mutex FPrefillMutex;
+};
+
+// The palette entry of this unit: TQAAudioOut, category TQuatoneOutputToolbarCategory, bitmaps
+// named after the class. Also makes it known to form files.
+namespace QAAudioOut {
+void RegisterPkg();
+}
