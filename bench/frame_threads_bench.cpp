@@ -46,7 +46,8 @@ void BM_MainThreadQueueAndDrain(benchmark::State& state) {
     mw::MainLoop::SetMainThread();
     int runs = 0;
     for (auto _ : state) {
-        MainThreadExecute(nullptr, false, [&] { ++runs; }, true);
+        MainThreadExecute(
+            nullptr, false, [&] { ++runs; }, true);
         Application::ProcessMessages();
     }
     benchmark::DoNotOptimize(runs);

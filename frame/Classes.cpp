@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include "frame/MainThread.h"
+
 namespace {
 bool SameText(const std::string& a, const std::string& b) {
     return a.size() == b.size() &&
@@ -80,6 +82,7 @@ TComponent::TComponent(TComponent* owner) {
 
 TComponent::~TComponent() {
     FComponentState |= csDestroying;
+    mw::CancelMainThreadCalls(this);
     // Tell everyone who asked that this component goes.
     while (!FFreeNotifies.empty()) {
         TComponent* other = FFreeNotifies.back();
@@ -93,6 +96,8 @@ TComponent::~TComponent() {
 
 void TComponent::BeforeDestruction() {
     FComponentState |= csDestroying;
+    // Work queued for the main thread on behalf of this component must not run once it goes.
+    mw::CancelMainThreadCalls(this);
 }
 
 void TComponent::SetName(const std::string& name) {

@@ -2,6 +2,9 @@
 // palette entry.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
+#include "frame/MainThread.h"
 #include "frame/Persistence.h"
 #include "frame/Registration.h"
 #include "tests/audio_out/audio_out_test_support.h"
@@ -195,6 +198,36 @@ TEST(WaveOutErrors, LateDoneAfterCloseDoesNothing) {
     EXPECT_EQ(out->Stats().BuffersPlayed, played);
     EXPECT_EQ(empty, 1);
     mw::wave::SetVirtualOutputPaced(true);
+}
+
+// Threads of this process, as the kernel counts them.
+int ProcessThreadCount() {
+    int n = 0;
+    for ([[maybe_unused]] auto& e : std::filesystem::directory_iterator("/proc/self/task")) ++n;
+    return n;
+}
+
+TEST(WaveOut, AtDesignTimeAStreamStartsNoThreadAndNoDevice) {
+    TapRecorder tap;
+    Rig rig(/*paced=*/false);
+    rig.Out->SetDesigning(true);
+    const int before = ProcessThreadCount();
+    rig.Source->Start(kStereo48);
+    rig.Source->Submit(MakeBuffer(kStereo48, 480));
+    rig.Source->Stop();
+    Application::ProcessMessages();
+    EXPECT_EQ(ProcessThreadCount(), before) << "no wave thread, no device thread";
+    EXPECT_FALSE(rig.Out->IsOpen());
+    EXPECT_EQ(tap.Size(), 0u);
+
+    // The same stream outside of design time does start them: the count above means something.
+    rig.Out->SetDesigning(false);
+    rig.Source->Start(kStereo48);
+    rig.Source->Submit(MakeBuffer(kStereo48, 480));
+    ASSERT_TRUE(WaitUntil([&] { return rig.Out->IsOpen(); }));
+    EXPECT_GT(ProcessThreadCount(), before);
+    rig.Source->Stop();
+    ASSERT_TRUE(WaitUntil([&] { return tap.Size() == 480u * 4; }));
 }
 
 TEST(WaveOut, DisabledOutputOnlyFollowsTheFormat) {
