@@ -16,8 +16,11 @@
 namespace {
 
 using mw::com::QueryTable;
+using mw::com::SnapshotEnumerator;
 
-std::u16string GuidText(const GUID& g) { return mw::Utf8ToUtf16(mw::GuidToString(g)); }
+std::u16string GuidText(const GUID& g) {
+    return mw::Utf8ToUtf16(mw::GuidToString(g));
+}
 
 std::u16string Upper(std::u16string s) {
     for (auto& c : s)
@@ -211,7 +214,8 @@ template <class Derived>
 class MonikerBase : public IMoniker {
 public:
     STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-        return QueryTable(riid, ppv, {{&IID_IMoniker, this}, {&IID_IPersistStream, this}, {&IID_IPersist, this}});
+        return QueryTable(
+            riid, ppv, {{&IID_IMoniker, this}, {&IID_IPersistStream, this}, {&IID_IPersist, this}});
     }
     STDMETHODIMP IsDirty() override { return S_FALSE; }
     STDMETHODIMP GetSizeMax(ULARGE_INTEGER* pcbSize) override {
@@ -243,19 +247,22 @@ public:
         IsSystemMoniker(&mine);
         if (sys != mine) return S_FALSE;
         LPOLESTR other = nullptr;
-        if (FAILED(pmkOtherMoniker->GetDisplayName(nullptr, nullptr, &other)) || !other) return S_FALSE;
+        if (FAILED(pmkOtherMoniker->GetDisplayName(nullptr, nullptr, &other)) || !other)
+            return S_FALSE;
         bool same = mw::U16EqualNoCase(other, static_cast<Derived*>(this)->Text());
         CoTaskMemFree(other);
         if (!same) return S_FALSE;
         CLSID a{}, b{};
-        if (SUCCEEDED(GetClassID(&a)) && SUCCEEDED(pmkOtherMoniker->GetClassID(&b)) && !IsEqualGUID(a, b))
+        if (SUCCEEDED(GetClassID(&a)) && SUCCEEDED(pmkOtherMoniker->GetClassID(&b)) &&
+            !IsEqualGUID(a, b))
             return S_FALSE;
         return S_OK;
     }
     STDMETHODIMP Hash(DWORD* pdwHash) override {
         if (!pdwHash) return E_POINTER;
         DWORD h = 0;
-        for (char16_t c : Upper(static_cast<Derived*>(this)->Text())) h = h * 31 + c;
+        for (char16_t c : Upper(static_cast<Derived*>(this)->Text()))
+            h = h * 31 + c;
         *pdwHash = h;
         return S_OK;
     }
@@ -291,7 +298,8 @@ public:
         *ppszDisplayName = mw::CoTaskMemDup(static_cast<Derived*>(this)->Text());
         return *ppszDisplayName ? S_OK : E_OUTOFMEMORY;
     }
-    STDMETHODIMP ParseDisplayName(IBindCtx*, IMoniker*, LPOLESTR, ULONG* pchEaten, IMoniker** ppmkOut) override {
+    STDMETHODIMP ParseDisplayName(IBindCtx*, IMoniker*, LPOLESTR, ULONG* pchEaten,
+                                  IMoniker** ppmkOut) override {
         if (pchEaten) *pchEaten = 0;
         if (ppmkOut) *ppmkOut = nullptr;
         return MK_E_SYNTAX;
@@ -353,7 +361,8 @@ public:
     STDMETHODIMP BindToStorage(IBindCtx*, IMoniker*, REFIID riid, void** ppvObj) override {
         if (!ppvObj) return E_POINTER;
         *ppvObj = nullptr;
-        if (!IsEqualIID(riid, IID_IPropertyBag) && !IsEqualIID(riid, IID_IUnknown)) return E_NOINTERFACE;
+        if (!IsEqualIID(riid, IID_IPropertyBag) && !IsEqualIID(riid, IID_IUnknown))
+            return E_NOINTERFACE;
         *ppvObj = static_cast<IPropertyBag*>(new DevicePropertyBag(record_));
         return S_OK;
     }
@@ -400,7 +409,8 @@ public:
         return hr;
     }
     // Without a container on the left, an item names an object of the running object table.
-    STDMETHODIMP BindToObject(IBindCtx* pbc, IMoniker*, REFIID riidResult, void** ppvResult) override {
+    STDMETHODIMP BindToObject(IBindCtx* pbc, IMoniker*, REFIID riidResult,
+                              void** ppvResult) override {
         if (!ppvResult) return E_POINTER;
         *ppvResult = nullptr;
         if (!pbc) return E_INVALIDARG;
@@ -411,7 +421,8 @@ public:
         if (rot->GetObject(this, obj.ReleaseAndGetAddressOf()) != S_OK) return MK_E_NOOBJECT;
         return obj->QueryInterface(riidResult, ppvResult);
     }
-    STDMETHODIMP BindToStorage(IBindCtx* pbc, IMoniker* pmkToLeft, REFIID riid, void** ppvObj) override {
+    STDMETHODIMP BindToStorage(IBindCtx* pbc, IMoniker* pmkToLeft, REFIID riid,
+                               void** ppvObj) override {
         return BindToObject(pbc, pmkToLeft, riid, ppvObj);
     }
     STDMETHODIMP IsRunning(IBindCtx* pbc, IMoniker*, IMoniker* pmkNewlyRunning) override {
@@ -435,85 +446,15 @@ private:
 
 // ---------------------------------------------------------------- enumerators
 
-class MonikerEnumerator final : public IEnumMoniker {
-    MW_COM_REFCOUNT
-public:
-    MonikerEnumerator(std::shared_ptr<const std::vector<ComPtr<IMoniker>>> items, size_t pos)
-        : items_(std::move(items)), pos_(pos) {}
-    STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-        return QueryTable(riid, ppv, {{&IID_IEnumMoniker, this}});
-    }
-    STDMETHODIMP Next(ULONG celt, IMoniker** rgelt, ULONG* pceltFetched) override {
-        if (!rgelt || (celt > 1 && !pceltFetched)) return E_INVALIDARG;
-        std::lock_guard lock(mutex_);
-        ULONG n = 0;
-        while (n < celt && pos_ < items_->size()) (*items_)[pos_++].CopyTo(&rgelt[n++]);
-        if (pceltFetched) *pceltFetched = n;
-        return n == celt ? S_OK : S_FALSE;
-    }
-    STDMETHODIMP Skip(ULONG celt) override {
-        std::lock_guard lock(mutex_);
-        size_t left = items_->size() - pos_;
-        pos_ += std::min<size_t>(celt, left);
-        return celt <= left ? S_OK : S_FALSE;
-    }
-    STDMETHODIMP Reset() override {
-        std::lock_guard lock(mutex_);
-        pos_ = 0;
-        return S_OK;
-    }
-    STDMETHODIMP Clone(IEnumMoniker** ppenum) override {
-        if (!ppenum) return E_POINTER;
-        std::lock_guard lock(mutex_);
-        *ppenum = new MonikerEnumerator(items_, pos_);
-        return S_OK;
-    }
-
-private:
-    std::mutex mutex_;
-    std::shared_ptr<const std::vector<ComPtr<IMoniker>>> items_;
-    size_t pos_;
-};
-
-class StringEnumerator final : public IEnumString {
-    MW_COM_REFCOUNT
-public:
-    StringEnumerator(std::shared_ptr<const std::vector<std::u16string>> items, size_t pos)
-        : items_(std::move(items)), pos_(pos) {}
-    STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-        return QueryTable(riid, ppv, {{&IID_IEnumString, this}});
-    }
-    STDMETHODIMP Next(ULONG celt, LPOLESTR* rgelt, ULONG* pceltFetched) override {
-        if (!rgelt || (celt > 1 && !pceltFetched)) return E_INVALIDARG;
-        std::lock_guard lock(mutex_);
-        ULONG n = 0;
-        while (n < celt && pos_ < items_->size()) rgelt[n++] = mw::CoTaskMemDup((*items_)[pos_++]);
-        if (pceltFetched) *pceltFetched = n;
-        return n == celt ? S_OK : S_FALSE;
-    }
-    STDMETHODIMP Skip(ULONG celt) override {
-        std::lock_guard lock(mutex_);
-        size_t left = items_->size() - pos_;
-        pos_ += std::min<size_t>(celt, left);
-        return celt <= left ? S_OK : S_FALSE;
-    }
-    STDMETHODIMP Reset() override {
-        std::lock_guard lock(mutex_);
-        pos_ = 0;
-        return S_OK;
-    }
-    STDMETHODIMP Clone(IEnumString** ppenum) override {
-        if (!ppenum) return E_POINTER;
-        std::lock_guard lock(mutex_);
-        *ppenum = new StringEnumerator(items_, pos_);
-        return S_OK;
-    }
-
-private:
-    std::mutex mutex_;
-    std::shared_ptr<const std::vector<std::u16string>> items_;
-    size_t pos_;
-};
+void CopyMoniker(const ComPtr<IMoniker>& item, IMoniker** out) {
+    item.CopyTo(out);
+}
+void CopyString(const std::u16string& item, LPOLESTR* out) {
+    *out = mw::CoTaskMemDup(item);
+}
+using MonikerEnumerator =
+    SnapshotEnumerator<IEnumMoniker, ComPtr<IMoniker>, IMoniker*, CopyMoniker>;
+using StringEnumerator = SnapshotEnumerator<IEnumString, std::u16string, LPOLESTR, CopyString>;
 
 // ---------------------------------------------------------------- bind context
 
@@ -533,7 +474,8 @@ public:
     STDMETHODIMP RevokeObjectBound(IUnknown* punk) override {
         ComPtr<IUnknown> drop;
         std::lock_guard lock(mutex_);
-        auto it = std::find_if(bound_.begin(), bound_.end(), [&](const ComPtr<IUnknown>& p) { return p.Get() == punk; });
+        auto it = std::find_if(bound_.begin(), bound_.end(),
+                               [&](const ComPtr<IUnknown>& p) { return p.Get() == punk; });
         if (it == bound_.end()) return MK_E_NOTBOUND;
         drop = std::move(*it);
         bound_.erase(it);
@@ -589,7 +531,8 @@ public:
         auto keys = std::make_shared<std::vector<std::u16string>>();
         {
             std::lock_guard lock(mutex_);
-            for (const auto& [k, v] : params_) keys->push_back(k);
+            for (const auto& [k, v] : params_)
+                keys->push_back(k);
         }
         *ppenum = new StringEnumerator(std::move(keys), 0);
         return S_OK;
@@ -636,7 +579,8 @@ void mw::RevokeDevice(DWORD cookie) {
     std::shared_ptr<DeviceRecord> drop;
     DeviceRegistry& r = Devices();
     std::unique_lock lock(r.mutex);
-    auto it = std::find_if(r.devices.begin(), r.devices.end(), [&](const auto& d) { return d->cookie == cookie; });
+    auto it = std::find_if(r.devices.begin(), r.devices.end(),
+                           [&](const auto& d) { return d->cookie == cookie; });
     if (it == r.devices.end()) return;
     drop = *it;
     r.devices.erase(it);
@@ -652,7 +596,8 @@ HRESULT mw::EnumDeviceMonikers(REFGUID category, std::vector<ComPtr<IMoniker>>* 
         for (const auto& d : r.devices)
             if (IsEqualGUID(d->desc.category, category)) records.push_back(d);
     }
-    for (auto& rec : records) monikers->push_back(MwAdopt<IMoniker>(new DeviceMoniker(rec)));
+    for (auto& rec : records)
+        monikers->push_back(MwAdopt<IMoniker>(new DeviceMoniker(rec)));
     return monikers->empty() ? S_FALSE : S_OK;
 }
 
@@ -661,14 +606,16 @@ std::vector<GUID> mw::DeviceCategories() {
     DeviceRegistry& r = Devices();
     std::shared_lock lock(r.mutex);
     for (const auto& d : r.devices)
-        if (std::none_of(out.begin(), out.end(), [&](const GUID& g) { return IsEqualGUID(g, d->desc.category); }))
+        if (std::none_of(out.begin(), out.end(),
+                         [&](const GUID& g) { return IsEqualGUID(g, d->desc.category); }))
             out.push_back(d->desc.category);
     return out;
 }
 
 HRESULT mw::CreateMonikerEnumerator(std::vector<ComPtr<IMoniker>> monikers, IEnumMoniker** ppEnum) {
     if (!ppEnum) return E_POINTER;
-    *ppEnum = new MonikerEnumerator(std::make_shared<const std::vector<ComPtr<IMoniker>>>(std::move(monikers)), 0);
+    *ppEnum = new MonikerEnumerator(
+        std::make_shared<const std::vector<ComPtr<IMoniker>>>(std::move(monikers)), 0);
     return S_OK;
 }
 
@@ -690,22 +637,26 @@ HRESULT WINAPI CreateItemMoniker(LPCOLESTR lpszDelim, LPCOLESTR lpszItem, LPMONI
     return S_OK;
 }
 
-HRESULT WINAPI MkParseDisplayName(LPBC pbc, LPCOLESTR szUserName, ULONG* pchEaten, LPMONIKER* ppmk) {
+HRESULT WINAPI MkParseDisplayName(LPBC pbc, LPCOLESTR szUserName, ULONG* pchEaten,
+                                  LPMONIKER* ppmk) {
     if (ppmk) *ppmk = nullptr;
     if (pchEaten) *pchEaten = 0;
     if (!pbc || !szUserName || !pchEaten || !ppmk) return E_INVALIDARG;
     const std::u16string name(szUserName);
     constexpr std::u16string_view kPrefix = u"@device:";
-    if (name.size() <= kPrefix.size() || !mw::U16EqualNoCase(std::u16string_view(name).substr(0, kPrefix.size()), kPrefix))
+    if (name.size() <= kPrefix.size() ||
+        !mw::U16EqualNoCase(std::u16string_view(name).substr(0, kPrefix.size()), kPrefix))
         return MK_E_SYNTAX;
     const size_t colon = name.find(u':', kPrefix.size());
-    if (colon == std::u16string::npos || colon == kPrefix.size() || colon + 1 >= name.size()) return MK_E_SYNTAX;
+    if (colon == std::u16string::npos || colon == kPrefix.size() || colon + 1 >= name.size())
+        return MK_E_SYNTAX;
     const std::u16string kind = name.substr(kPrefix.size(), colon - kPrefix.size());
     const std::u16string rest = name.substr(colon + 1);
     std::shared_ptr<DeviceRecord> record;
     if (kind == u"*") {
         GUID category;
-        if (rest.size() != 38 || !mw::GuidFromString(mw::Utf16ToUtf8(rest), category)) return MK_E_SYNTAX;
+        if (rest.size() != 38 || !mw::GuidFromString(mw::Utf16ToUtf8(rest), category))
+            return MK_E_SYNTAX;
         record = FindDefaultDevice(category);
     } else {
         record = FindDeviceByName(name);

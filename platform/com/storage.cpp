@@ -12,13 +12,13 @@
 #include "mwstring.h"
 
 #include <fcntl.h>
-#include <gsf/gsf.h>
 #include <gsf/gsf-infile-msole.h>
 #include <gsf/gsf-infile.h>
 #include <gsf/gsf-input-memory.h>
 #include <gsf/gsf-outfile-msole.h>
 #include <gsf/gsf-outfile.h>
 #include <gsf/gsf-output-memory.h>
+#include <gsf/gsf.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -35,6 +35,7 @@
 namespace {
 
 using mw::com::QueryTable;
+using mw::com::SnapshotEnumerator;
 
 std::mutex& GsfMutex() {
     static std::mutex m;
@@ -42,10 +43,11 @@ std::mutex& GsfMutex() {
 }
 
 FILETIME Now() {
-    const auto t = std::chrono::duration_cast<std::chrono::duration<int64_t, std::ratio<1, 10000000>>>(
-                       std::chrono::system_clock::now().time_since_epoch())
-                       .count() +
-                   116444736000000000LL;
+    const auto t =
+        std::chrono::duration_cast<std::chrono::duration<int64_t, std::ratio<1, 10000000>>>(
+            std::chrono::system_clock::now().time_since_epoch())
+            .count() +
+        116444736000000000LL;
     return FILETIME{static_cast<DWORD>(t), static_cast<DWORD>(static_cast<uint64_t>(t) >> 32)};
 }
 
@@ -55,9 +57,9 @@ struct Node {
     CLSID clsid{};
     DWORD stateBits = 0;
     FILETIME ctime{}, mtime{}, atime{};
-    std::vector<uint8_t> data;                   // streams
+    std::vector<uint8_t> data;                    // streams
     std::vector<std::shared_ptr<Node>> children;  // storages, in creation order
-    int opened = 0;                              // open IStream/IStorage objects on the node
+    int opened = 0;                               // open IStream/IStorage objects on the node
 
     std::shared_ptr<Node> Child(std::u16string_view n) const {
         for (const auto& c : children)
@@ -67,7 +69,8 @@ struct Node {
     std::shared_ptr<Node> Clone() const {
         auto n = std::make_shared<Node>(*this);
         n->opened = 0;
-        for (auto& c : n->children) c = c->Clone();
+        for (auto& c : n->children)
+            c = c->Clone();
         return n;
     }
 };
@@ -109,11 +112,13 @@ HRESULT ErrnoToStg(int e) {
 
 bool WriteNode(GsfOutfile* parent, const Node& node) {
     for (const auto& c : node.children) {
-        GsfOutput* child = gsf_outfile_new_child(parent, mw::Utf16ToUtf8(c->name).c_str(), c->isStorage);
+        GsfOutput* child =
+            gsf_outfile_new_child(parent, mw::Utf16ToUtf8(c->name).c_str(), c->isStorage);
         if (!child) return false;
         bool ok = true;
         if (c->isStorage) {
-            gsf_outfile_msole_set_class_id(GSF_OUTFILE_MSOLE(child), reinterpret_cast<const guint8*>(&c->clsid));
+            gsf_outfile_msole_set_class_id(GSF_OUTFILE_MSOLE(child),
+                                           reinterpret_cast<const guint8*>(&c->clsid));
             ok = WriteNode(GSF_OUTFILE(child), *c);
         } else if (!c->data.empty()) {
             ok = gsf_output_write(child, c->data.size(), c->data.data());
@@ -131,7 +136,8 @@ bool BuildFile(const Node& root, std::vector<uint8_t>* bytes) {
     GsfOutfile* ole = gsf_outfile_msole_new(mem);
     bool ok = ole != nullptr;
     if (ok) {
-        gsf_outfile_msole_set_class_id(GSF_OUTFILE_MSOLE(ole), reinterpret_cast<const guint8*>(&root.clsid));
+        gsf_outfile_msole_set_class_id(GSF_OUTFILE_MSOLE(ole),
+                                       reinterpret_cast<const guint8*>(&root.clsid));
         ok = WriteNode(ole, root);
         ok = gsf_output_close(GSF_OUTPUT(ole)) && ok;
         g_object_unref(ole);
@@ -157,12 +163,14 @@ bool ReadNode(GsfInfile* in, Node* node) {
         bool ok = true;
         if (GSF_IS_INFILE(child) && gsf_infile_num_children(GSF_INFILE(child)) >= 0) {
             c->isStorage = true;
-            gsf_infile_msole_get_class_id(GSF_INFILE_MSOLE(child), reinterpret_cast<guint8*>(&c->clsid));
+            gsf_infile_msole_get_class_id(GSF_INFILE_MSOLE(child),
+                                          reinterpret_cast<guint8*>(&c->clsid));
             ok = ReadNode(GSF_INFILE(child), c.get());
         } else {
             const gsf_off_t size = gsf_input_size(child);
             c->data.resize(static_cast<size_t>(size));
-            if (size > 0) ok = gsf_input_read(child, static_cast<size_t>(size), c->data.data()) != nullptr;
+            if (size > 0)
+                ok = gsf_input_read(child, static_cast<size_t>(size), c->data.data()) != nullptr;
         }
         g_object_unref(child);
         if (!ok) return false;
@@ -270,9 +278,15 @@ bool ValidElementName(LPCOLESTR name) {
 
 constexpr DWORD kAccessMask = 0x3;
 constexpr DWORD kShareMask = 0x70;
-bool CanWrite(DWORD mode) { return (mode & kAccessMask) == STGM_WRITE || (mode & kAccessMask) == STGM_READWRITE; }
-bool CanRead(DWORD mode) { return (mode & kAccessMask) == STGM_READ || (mode & kAccessMask) == STGM_READWRITE; }
-bool ValidAccess(DWORD mode) { return (mode & kAccessMask) != 3; }
+bool CanWrite(DWORD mode) {
+    return (mode & kAccessMask) == STGM_WRITE || (mode & kAccessMask) == STGM_READWRITE;
+}
+bool CanRead(DWORD mode) {
+    return (mode & kAccessMask) == STGM_READ || (mode & kAccessMask) == STGM_READWRITE;
+}
+bool ValidAccess(DWORD mode) {
+    return (mode & kAccessMask) != 3;
+}
 
 void FillStat(const Node& n, DWORD mode, DWORD grfStatFlag, STATSTG* st) {
     std::memset(st, 0, sizeof *st);
@@ -292,7 +306,8 @@ void FillStat(const Node& n, DWORD mode, DWORD grfStatFlag, STATSTG* st) {
 class StorageStream final : public IStream {
     MW_COM_REFCOUNT
 public:
-    StorageStream(std::shared_ptr<Doc> doc, std::shared_ptr<Node> node, DWORD mode, uint64_t gen, uint64_t pos = 0)
+    StorageStream(std::shared_ptr<Doc> doc, std::shared_ptr<Node> node, DWORD mode, uint64_t gen,
+                  uint64_t pos = 0)
         : doc_(std::move(doc)), node_(std::move(node)), mode_(mode), generation_(gen), pos_(pos) {}
     ~StorageStream() {
         std::lock_guard lock(doc_->mutex);
@@ -329,15 +344,23 @@ public:
         if (pcbWritten) *pcbWritten = cb;
         return S_OK;
     }
-    STDMETHODIMP Seek(LARGE_INTEGER dlibMove, DWORD dwOrigin, ULARGE_INTEGER* plibNewPosition) override {
+    STDMETHODIMP Seek(LARGE_INTEGER dlibMove, DWORD dwOrigin,
+                      ULARGE_INTEGER* plibNewPosition) override {
         std::lock_guard lock(doc_->mutex);
         if (generation_ != doc_->generation) return STG_E_REVERTED;
         int64_t base;
         switch (dwOrigin) {
-            case STREAM_SEEK_SET: base = 0; break;
-            case STREAM_SEEK_CUR: base = static_cast<int64_t>(pos_); break;
-            case STREAM_SEEK_END: base = static_cast<int64_t>(node_->data.size()); break;
-            default: return STG_E_INVALIDFUNCTION;
+            case STREAM_SEEK_SET:
+                base = 0;
+                break;
+            case STREAM_SEEK_CUR:
+                base = static_cast<int64_t>(pos_);
+                break;
+            case STREAM_SEEK_END:
+                base = static_cast<int64_t>(node_->data.size());
+                break;
+            default:
+                return STG_E_INVALIDFUNCTION;
         }
         const int64_t target = base + dlibMove.QuadPart;
         if (target < 0) return STG_E_INVALIDFUNCTION;
@@ -353,27 +376,38 @@ public:
         node_->data.resize(static_cast<size_t>(libNewSize.QuadPart));
         return S_OK;
     }
-    STDMETHODIMP CopyTo(IStream* pstm, ULARGE_INTEGER cb, ULARGE_INTEGER* pcbRead, ULARGE_INTEGER* pcbWritten) override {
+    STDMETHODIMP CopyTo(IStream* pstm, ULARGE_INTEGER cb, ULARGE_INTEGER* pcbRead,
+                        ULARGE_INTEGER* pcbWritten) override {
         if (!pstm) return STG_E_INVALIDPOINTER;
         std::vector<uint8_t> chunk;
         {
             std::lock_guard lock(doc_->mutex);
             if (generation_ != doc_->generation) return STG_E_REVERTED;
             const auto& d = node_->data;
-            const size_t n = pos_ >= d.size() ? 0 : static_cast<size_t>(std::min<uint64_t>(cb.QuadPart, d.size() - pos_));
-            chunk.assign(d.begin() + static_cast<ptrdiff_t>(pos_), d.begin() + static_cast<ptrdiff_t>(pos_ + n));
+            const size_t n =
+                pos_ >= d.size()
+                    ? 0
+                    : static_cast<size_t>(std::min<uint64_t>(cb.QuadPart, d.size() - pos_));
+            chunk.assign(d.begin() + static_cast<ptrdiff_t>(pos_),
+                         d.begin() + static_cast<ptrdiff_t>(pos_ + n));
             pos_ += n;
         }
         ULONG written = 0;
-        HRESULT hr = chunk.empty() ? S_OK : pstm->Write(chunk.data(), static_cast<ULONG>(chunk.size()), &written);
+        HRESULT hr = chunk.empty()
+                         ? S_OK
+                         : pstm->Write(chunk.data(), static_cast<ULONG>(chunk.size()), &written);
         if (pcbRead) pcbRead->QuadPart = chunk.size();
         if (pcbWritten) pcbWritten->QuadPart = written;
         return hr;
     }
     STDMETHODIMP Commit(DWORD) override { return S_OK; }  // streams are direct within their storage
     STDMETHODIMP Revert() override { return S_OK; }
-    STDMETHODIMP LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return STG_E_INVALIDFUNCTION; }
-    STDMETHODIMP UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return STG_E_INVALIDFUNCTION; }
+    STDMETHODIMP LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override {
+        return STG_E_INVALIDFUNCTION;
+    }
+    STDMETHODIMP UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override {
+        return STG_E_INVALIDFUNCTION;
+    }
     STDMETHODIMP Stat(STATSTG* pstatstg, DWORD grfStatFlag) override {
         if (!pstatstg) return STG_E_INVALIDPOINTER;
         std::lock_guard lock(doc_->mutex);
@@ -400,57 +434,26 @@ private:
 
 // ---- IEnumSTATSTG
 
-class StatEnumerator final : public IEnumSTATSTG {
-    MW_COM_REFCOUNT
-public:
-    StatEnumerator(std::shared_ptr<std::vector<STATSTG>> items, size_t pos) : items_(std::move(items)), pos_(pos) {}
-    STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-        return QueryTable(riid, ppv, {{&IID_IEnumSTATSTG, this}});
-    }
-    STDMETHODIMP Next(ULONG celt, STATSTG* rgelt, ULONG* pceltFetched) override {
-        if (!rgelt || (celt > 1 && !pceltFetched)) return STG_E_INVALIDPOINTER;
-        std::lock_guard lock(mutex_);
-        ULONG n = 0;
-        while (n < celt && pos_ < items_->size()) {
-            rgelt[n] = (*items_)[pos_++];
-            rgelt[n].pwcsName = mw::CoTaskMemDup(rgelt[n].pwcsName ? rgelt[n].pwcsName : u"");
-            ++n;
-        }
-        if (pceltFetched) *pceltFetched = n;
-        return n == celt ? S_OK : S_FALSE;
-    }
-    STDMETHODIMP Skip(ULONG celt) override {
-        std::lock_guard lock(mutex_);
-        const size_t left = items_->size() - pos_;
-        pos_ += std::min<size_t>(celt, left);
-        return celt <= left ? S_OK : S_FALSE;
-    }
-    STDMETHODIMP Reset() override {
-        std::lock_guard lock(mutex_);
-        pos_ = 0;
-        return S_OK;
-    }
-    STDMETHODIMP Clone(IEnumSTATSTG** ppenum) override {
-        if (!ppenum) return STG_E_INVALIDPOINTER;
-        std::lock_guard lock(mutex_);
-        *ppenum = new StatEnumerator(items_, pos_);
-        return S_OK;
-    }
-
-private:
-    // The snapshot owns its names; Next hands out copies.
-    std::mutex mutex_;
-    std::shared_ptr<std::vector<STATSTG>> items_;
-    size_t pos_;
-};
+// The snapshot owns its names; Next hands out copies.
+void CopyStat(const STATSTG& item, STATSTG* out) {
+    *out = item;
+    out->pwcsName = mw::CoTaskMemDup(item.pwcsName ? item.pwcsName : u"");
+}
+using StatEnumerator =
+    SnapshotEnumerator<IEnumSTATSTG, STATSTG, STATSTG, CopyStat, STG_E_INVALIDPOINTER>;
 
 // ---- IStorage on a node of a docfile
 
 class Storage final : public IStorage {
     MW_COM_REFCOUNT
 public:
-    Storage(std::shared_ptr<Doc> doc, std::shared_ptr<Node> node, DWORD mode, bool isRoot, uint64_t gen)
-        : doc_(std::move(doc)), node_(std::move(node)), mode_(mode), isRoot_(isRoot), generation_(gen) {}
+    Storage(std::shared_ptr<Doc> doc, std::shared_ptr<Node> node, DWORD mode, bool isRoot,
+            uint64_t gen)
+        : doc_(std::move(doc)),
+          node_(std::move(node)),
+          mode_(mode),
+          isRoot_(isRoot),
+          generation_(gen) {}
     ~Storage() {
         std::lock_guard lock(doc_->mutex);
         --node_->opened;
@@ -465,8 +468,8 @@ public:
         return QueryTable(riid, ppv, {{&IID_IStorage, this}});
     }
 
-    STDMETHODIMP CreateStream(const OLECHAR* pwcsName, DWORD grfMode, DWORD reserved1, DWORD reserved2,
-                              IStream** ppstm) override {
+    STDMETHODIMP CreateStream(const OLECHAR* pwcsName, DWORD grfMode, DWORD reserved1,
+                              DWORD reserved2, IStream** ppstm) override {
         if (!ppstm) return STG_E_INVALIDPOINTER;
         *ppstm = nullptr;
         if (reserved1 || reserved2) return STG_E_INVALIDPARAMETER;
@@ -484,8 +487,8 @@ public:
         return S_OK;
     }
 
-    STDMETHODIMP OpenStream(const OLECHAR* pwcsName, void* reserved1, DWORD grfMode, DWORD reserved2,
-                            IStream** ppstm) override {
+    STDMETHODIMP OpenStream(const OLECHAR* pwcsName, void* reserved1, DWORD grfMode,
+                            DWORD reserved2, IStream** ppstm) override {
         if (!ppstm) return STG_E_INVALIDPOINTER;
         *ppstm = nullptr;
         if (reserved1 || reserved2) return STG_E_INVALIDPARAMETER;
@@ -503,8 +506,8 @@ public:
         return S_OK;
     }
 
-    STDMETHODIMP CreateStorage(const OLECHAR* pwcsName, DWORD grfMode, DWORD reserved1, DWORD reserved2,
-                               IStorage** ppstg) override {
+    STDMETHODIMP CreateStorage(const OLECHAR* pwcsName, DWORD grfMode, DWORD reserved1,
+                               DWORD reserved2, IStorage** ppstg) override {
         if (!ppstg) return STG_E_INVALIDPOINTER;
         *ppstg = nullptr;
         if (reserved1 || reserved2) return STG_E_INVALIDPARAMETER;
@@ -522,8 +525,8 @@ public:
         return S_OK;
     }
 
-    STDMETHODIMP OpenStorage(const OLECHAR* pwcsName, IStorage* pstgPriority, DWORD grfMode, SNB snbExclude,
-                             DWORD reserved, IStorage** ppstg) override {
+    STDMETHODIMP OpenStorage(const OLECHAR* pwcsName, IStorage* pstgPriority, DWORD grfMode,
+                             SNB snbExclude, DWORD reserved, IStorage** ppstg) override {
         if (!ppstg) return STG_E_INVALIDPOINTER;
         *ppstg = nullptr;
         if (reserved || pstgPriority || snbExclude) return STG_E_INVALIDPARAMETER;
@@ -541,7 +544,8 @@ public:
         return S_OK;
     }
 
-    STDMETHODIMP CopyTo(DWORD ciidExclude, const IID* rgiidExclude, SNB snbExclude, IStorage* pstgDest) override {
+    STDMETHODIMP CopyTo(DWORD ciidExclude, const IID* rgiidExclude, SNB snbExclude,
+                        IStorage* pstgDest) override {
         if (!pstgDest) return STG_E_INVALIDPOINTER;
         if (pstgDest == this) return STG_E_ACCESSDENIED;
         bool skipStorages = false, skipStreams = false;
@@ -597,14 +601,17 @@ public:
         return S_OK;
     }
 
-    STDMETHODIMP EnumElements(DWORD reserved1, void* reserved2, DWORD reserved3, IEnumSTATSTG** ppenum) override {
+    STDMETHODIMP EnumElements(DWORD reserved1, void* reserved2, DWORD reserved3,
+                              IEnumSTATSTG** ppenum) override {
         if (!ppenum) return STG_E_INVALIDPOINTER;
         *ppenum = nullptr;
         if (reserved1 || reserved2 || reserved3) return STG_E_INVALIDPARAMETER;
-        auto items = std::shared_ptr<std::vector<STATSTG>>(new std::vector<STATSTG>, [](std::vector<STATSTG>* v) {
-            for (auto& s : *v) CoTaskMemFree(s.pwcsName);
-            delete v;
-        });
+        auto items = std::shared_ptr<std::vector<STATSTG>>(new std::vector<STATSTG>,
+                                                           [](std::vector<STATSTG>* v) {
+                                                               for (auto& s : *v)
+                                                                   CoTaskMemFree(s.pwcsName);
+                                                               delete v;
+                                                           });
         std::lock_guard lock(doc_->mutex);
         if (generation_ != doc_->generation) return STG_E_REVERTED;
         for (const auto& c : node_->children) {
@@ -622,7 +629,9 @@ public:
         if (generation_ != doc_->generation) return STG_E_REVERTED;
         if (!CanWrite(mode_)) return STG_E_ACCESSDENIED;
         auto& ch = node_->children;
-        auto it = std::find_if(ch.begin(), ch.end(), [&](const auto& c) { return mw::U16EqualNoCase(c->name, pwcsName); });
+        auto it = std::find_if(ch.begin(), ch.end(), [&](const auto& c) {
+            return mw::U16EqualNoCase(c->name, pwcsName);
+        });
         if (it == ch.end()) return STG_E_FILENOTFOUND;
         if ((*it)->opened) return STG_E_ACCESSDENIED;
         ch.erase(it);
@@ -642,8 +651,8 @@ public:
         return S_OK;
     }
 
-    STDMETHODIMP SetElementTimes(const OLECHAR* pwcsName, const FILETIME* pctime, const FILETIME* patime,
-                                 const FILETIME* pmtime) override {
+    STDMETHODIMP SetElementTimes(const OLECHAR* pwcsName, const FILETIME* pctime,
+                                 const FILETIME* patime, const FILETIME* pmtime) override {
         std::lock_guard lock(doc_->mutex);
         if (generation_ != doc_->generation) return STG_E_REVERTED;
         auto node = pwcsName ? node_->Child(pwcsName) : node_;
@@ -687,7 +696,8 @@ private:
     static HRESULT CheckChildMode(DWORD grfMode, bool creating) {
         if (!ValidAccess(grfMode)) return STG_E_INVALIDFLAG;
         if ((grfMode & kShareMask) != STGM_SHARE_EXCLUSIVE) return STG_E_INVALIDFLAG;
-        if (grfMode & (STGM_TRANSACTED | STGM_DELETEONRELEASE | STGM_PRIORITY)) return STG_E_INVALIDFUNCTION;
+        if (grfMode & (STGM_TRANSACTED | STGM_DELETEONRELEASE | STGM_PRIORITY))
+            return STG_E_INVALIDFUNCTION;
         if (!creating && (grfMode & (STGM_CREATE | STGM_CONVERT))) return STG_E_INVALIDFLAG;
         return S_OK;
     }
@@ -696,7 +706,8 @@ private:
     std::shared_ptr<Node> Replaceable(const OLECHAR* name, DWORD grfMode, HRESULT* hr) {
         *hr = S_OK;
         auto& ch = node_->children;
-        auto it = std::find_if(ch.begin(), ch.end(), [&](const auto& c) { return mw::U16EqualNoCase(c->name, name); });
+        auto it = std::find_if(ch.begin(), ch.end(),
+                               [&](const auto& c) { return mw::U16EqualNoCase(c->name, name); });
         if (it != ch.end()) {
             if (!(grfMode & STGM_CREATE)) {
                 *hr = STG_E_FILEALREADYEXISTS;
@@ -719,9 +730,12 @@ private:
         constexpr DWORD kMode = STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE;
         if (!c.isStorage) {
             ComPtr<IStream> s;
-            HRESULT hr = dest->CreateStream(c.name.c_str(), kMode, 0, 0, s.ReleaseAndGetAddressOf());
+            HRESULT hr =
+                dest->CreateStream(c.name.c_str(), kMode, 0, 0, s.ReleaseAndGetAddressOf());
             if (FAILED(hr)) return hr;
-            return c.data.empty() ? S_OK : s->Write(c.data.data(), static_cast<ULONG>(c.data.size()), nullptr);
+            return c.data.empty()
+                       ? S_OK
+                       : s->Write(c.data.data(), static_cast<ULONG>(c.data.size()), nullptr);
         }
         ComPtr<IStorage> sub;
         HRESULT hr = dest->CreateStorage(c.name.c_str(), kMode, 0, 0, sub.ReleaseAndGetAddressOf());
@@ -739,7 +753,9 @@ private:
     uint64_t generation_;
 };
 
-std::string PathOf(const WCHAR* name) { return mw::Utf16ToUtf8(name); }
+std::string PathOf(const WCHAR* name) {
+    return mw::Utf16ToUtf8(name);
+}
 
 HRESULT OpenRoot(std::shared_ptr<Doc> doc, DWORD grfMode, IStorage** ppstg) {
     doc->transacted = (grfMode & STGM_TRANSACTED) != 0;
@@ -752,7 +768,8 @@ HRESULT OpenRoot(std::shared_ptr<Doc> doc, DWORD grfMode, IStorage** ppstg) {
 
 }  // namespace
 
-HRESULT WINAPI StgCreateDocfile(const WCHAR* pwcsName, DWORD grfMode, DWORD reserved, IStorage** ppstgOpen) {
+HRESULT WINAPI StgCreateDocfile(const WCHAR* pwcsName, DWORD grfMode, DWORD reserved,
+                                IStorage** ppstgOpen) {
     if (!ppstgOpen) return STG_E_INVALIDPOINTER;
     *ppstgOpen = nullptr;
     if (reserved != 0) return STG_E_INVALIDPARAMETER;
@@ -789,8 +806,8 @@ HRESULT WINAPI StgCreateDocfile(const WCHAR* pwcsName, DWORD grfMode, DWORD rese
     return OpenRoot(std::move(doc), grfMode, ppstgOpen);
 }
 
-HRESULT WINAPI StgOpenStorage(const WCHAR* pwcsName, IStorage* pstgPriority, DWORD grfMode, SNB snbExclude,
-                              DWORD reserved, IStorage** ppstgOpen) {
+HRESULT WINAPI StgOpenStorage(const WCHAR* pwcsName, IStorage* pstgPriority, DWORD grfMode,
+                              SNB snbExclude, DWORD reserved, IStorage** ppstgOpen) {
     if (!ppstgOpen) return STG_E_INVALIDPOINTER;
     *ppstgOpen = nullptr;
     if (reserved != 0 || pstgPriority || snbExclude) return STG_E_INVALIDPARAMETER;
