@@ -59,8 +59,8 @@ int Classes() {
     std::printf("%-24s %-10s %-32s %s\n", "class", "page", "category", "bitmaps");
     for (const TPaletteEntry& e : PaletteEntries())
         std::printf("%-24s %-10s %-32s %s %s %s\n", e.ComponentClass->ClassName(), e.Page.c_str(),
-                    e.Category.empty() ? "-" : e.Category.c_str(), e.Bitmap.c_str(), e.Bitmap16.c_str(),
-                    e.Bitmap32.c_str());
+                    e.Category.empty() ? "-" : e.Category.c_str(), e.Bitmap.c_str(),
+                    e.Bitmap16.c_str(), e.Bitmap32.c_str());
     return 0;
 }
 

@@ -21,7 +21,8 @@ constexpr const char* kCantGetCaps = "Can't get device capabilities.";
 // required at the end.
 std::string Utf16ToUtf8(const WCHAR* s, size_t maxLen) {
     size_t n = 0;
-    while (n < maxLen && s[n]) ++n;
+    while (n < maxLen && s[n])
+        ++n;
     return mw::Utf16ToUtf8(std::u16string_view(s, n));
 }
 

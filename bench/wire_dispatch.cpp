@@ -18,7 +18,8 @@ public:
     explicit TPassThrough(TComponent* owner)
         : TLockComponent(owner),
           Input(this, ComponentLock(),
-                [this](TQWBasicPin*, TQWBasicPin*, const GUID*, IQWNotifyOperation* op, TQWNotifyState) {
+                [this](TQWBasicPin*, TQWBasicPin*, const GUID*, IQWNotifyOperation* op,
+                       TQWNotifyState) {
                     TLockGuard g = ComponentLock()->AcquireRead();
                     if (auto* buf = op->InstanceAs<TQWSuppliedBufferOperation>())
                         Output.SubmitBuffer(buf->Data);
@@ -36,19 +37,23 @@ class TCounter : public TLockComponent {
 public:
     explicit TCounter(TComponent* owner)
         : TLockComponent(owner),
-          Input(this, ComponentLock(), [this](TQWBasicPin*, TQWBasicPin*, const GUID*, IQWNotifyOperation*, TQWNotifyState) {
-              ++Count;
-              return 0;
-          }) {}
+          Input(
+              this, ComponentLock(),
+              [this](TQWBasicPin*, TQWBasicPin*, const GUID*, IQWNotifyOperation*, TQWNotifyState) {
+                  ++Count;
+                  return 0;
+              }) {}
     TQAQWAudioSinkPin Input;
     long Count = 0;
 };
 
 template <class F>
 double NanosPerHop(int iterations, int hops, F&& send) {
-    for (int i = 0; i < iterations / 10; ++i) send();  // warm up
+    for (int i = 0; i < iterations / 10; ++i)
+        send();  // warm up
     auto t0 = std::chrono::steady_clock::now();
-    for (int i = 0; i < iterations; ++i) send();
+    for (int i = 0; i < iterations; ++i)
+        send();
     auto t1 = std::chrono::steady_clock::now();
     return std::chrono::duration<double, std::nano>(t1 - t0).count() / (double(iterations) * hops);
 }
@@ -76,7 +81,8 @@ int main() {
     double notifyNs = NanosPerHop(500000, hops, [&] { source.Notify(notify.Get()); });
 
     std::vector<uint8_t> bytes(4096, 0x5a);
-    ComPtr<IQSData> block = MwNew<TQSBlockBuffer>(bytes.data(), static_cast<uint32_t>(bytes.size()));
+    ComPtr<IQSData> block =
+        MwNew<TQSBlockBuffer>(bytes.data(), static_cast<uint32_t>(bytes.size()));
     double bufferNs = NanosPerHop(200000, hops, [&] { source.SubmitBuffer(block); });
 
     std::printf("wire dispatch, chain of %d pass-through components (%d hops):\n", kChain, hops);

@@ -116,10 +116,17 @@ void TLockGuard::Release() {
     mw::ReentrantSharedMutex* m = std::exchange(FMutex, nullptr);
     if (!m) return;
     switch (std::exchange(FKind, Kind::None)) {
-        case Kind::Read: m->UnlockShared(); break;
-        case Kind::Write: m->Unlock(); break;
-        case Kind::Temporary: m->Restore(FReleased); break;
-        case Kind::None: break;
+        case Kind::Read:
+            m->UnlockShared();
+            break;
+        case Kind::Write:
+            m->Unlock();
+            break;
+        case Kind::Temporary:
+            m->Restore(FReleased);
+            break;
+        case Kind::None:
+            break;
     }
 }
 
@@ -141,9 +148,11 @@ void TPropertyChangeNotify::Tell(const void* field, bool changed) {
     std::vector<TListener> copy;
     {
         std::lock_guard lk(FMutex);
-        for (auto& e : FListeners) copy.push_back(e.second);
+        for (auto& e : FListeners)
+            copy.push_back(e.second);
     }
-    for (auto& l : copy) l(field, changed);
+    for (auto& l : copy)
+        l(field, changed);
 }
 
 TPropertyChangeNotify& GPropertyChangeNotify() {

@@ -75,7 +75,9 @@ public:
     TLockGuard(mw::ReentrantSharedMutex* m, mw::ReentrantSharedMutex::Holds released)
         : FMutex(m), FKind(Kind::Temporary), FReleased(released) {}
     TLockGuard(TLockGuard&& o) noexcept
-        : FMutex(std::exchange(o.FMutex, nullptr)), FKind(std::exchange(o.FKind, Kind::None)), FReleased(o.FReleased) {}
+        : FMutex(std::exchange(o.FMutex, nullptr)),
+          FKind(std::exchange(o.FKind, Kind::None)),
+          FReleased(o.FReleased) {}
     TLockGuard& operator=(TLockGuard&& o) noexcept {
         if (this != &o) {
             Release();
@@ -111,7 +113,8 @@ struct IChangeNotifyLock : IUnknown {
     virtual void ExecuteUnlocked(const std::function<void()>& closure) = 0;
     virtual TBasicLockChangeNotifyLock* GetLock() = 0;
 };
-DEFINE_GUID(IID_IChangeNotifyLock, 0x5d0c1f7a, 0x3b1e, 0x4c52, 0x9a, 0x61, 0x2f, 0x8e, 0x47, 0x0b, 0xd3, 0x11);
+DEFINE_GUID(IID_IChangeNotifyLock, 0x5d0c1f7a, 0x3b1e, 0x4c52, 0x9a, 0x61, 0x2f, 0x8e, 0x47, 0x0b,
+            0xd3, 0x11);
 MW_DECLARE_IID(IChangeNotifyLock, IID_IChangeNotifyLock);
 
 // The global list of listeners told before and after a persisted property changes.
@@ -137,7 +140,8 @@ class TBasicLockChangeNotifyLock : public TInterfacedObject<IChangeNotifyLock> {
     MW_CLASS(TBasicLockChangeNotifyLock, TInterfacedObject<IChangeNotifyLock>)
 public:
     // `onChange` is the lock object's own change closure, called last by every setter.
-    explicit TBasicLockChangeNotifyLock(TChangeClosure onChange = {}) : FOnChange(std::move(onChange)) {}
+    explicit TBasicLockChangeNotifyLock(TChangeClosure onChange = {})
+        : FOnChange(std::move(onChange)) {}
 
     TLockGuard AcquireRead() override {
         FMutex.LockShared();
@@ -166,18 +170,20 @@ public:
 
     // A plain setter of any type compared with ==.
     template <class T, class U>
-    void Setter(T& field, const U& value, const TChangeClosure& change = {}, bool exclusive = false) {
+    void Setter(T& field, const U& value, const TChangeClosure& change = {},
+                bool exclusive = false) {
         SetValue(field, static_cast<T>(value), change, exclusive);
     }
     // Integers: a value below the minimum is raised to it.
     template <class T>
-    void SetterMin(T& field, T value, T minimum, const TChangeClosure& change = {}, bool exclusive = false) {
+    void SetterMin(T& field, T value, T minimum, const TChangeClosure& change = {},
+                   bool exclusive = false) {
         static_assert(std::is_same_v<T, int32_t> || std::is_same_v<T, uint32_t>);
         SetValue(field, std::max(value, minimum), change, exclusive);
     }
     // Unsigned integers: a value above the maximum is lowered to it.
-    void SetterMax(uint32_t& field, uint32_t value, uint32_t maximum, const TChangeClosure& change = {},
-                   bool exclusive = false) {
+    void SetterMax(uint32_t& field, uint32_t value, uint32_t maximum,
+                   const TChangeClosure& change = {}, bool exclusive = false) {
         SetValue(field, std::min(value, maximum), change, exclusive);
     }
     // Floats: clamped to [minimum, maximum].

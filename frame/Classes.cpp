@@ -7,9 +7,9 @@
 
 namespace {
 bool SameText(const std::string& a, const std::string& b) {
-    return a.size() == b.size() &&
-           std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+               return std::tolower(static_cast<unsigned char>(x)) ==
+                      std::tolower(static_cast<unsigned char>(y));
            });
 }
 
@@ -30,7 +30,8 @@ public:
     void DefineProperty(const std::string&, TReaderProc, TWriterProc, bool hasData) override {
         HasData = HasData || hasData;
     }
-    void DefineBinaryProperty(const std::string&, TBinaryReadProc, TBinaryWriteProc, bool hasData) override {
+    void DefineBinaryProperty(const std::string&, TBinaryReadProc, TBinaryWriteProc,
+                              bool hasData) override {
         HasData = HasData || hasData;
     }
 };
@@ -44,8 +45,10 @@ void TFreeDeleter::operator()(TObject* o) const {
 
 void TPersistent::Assign(const TPersistent& source) {
     if (!source.InheritsFrom(ClassType()) && !InheritsFrom(source.ClassType()))
-        throw EComponentError(std::string("Cannot assign a ") + source.ClassName() + " to a " + ClassName());
-    const TPropertyList& props = (source.InheritsFrom(ClassType()) ? ClassType() : source.ClassType())->Properties();
+        throw EComponentError(std::string("Cannot assign a ") + source.ClassName() + " to a " +
+                              ClassName());
+    const TPropertyList& props =
+        (source.InheritsFrom(ClassType()) ? ClassType() : source.ClassType())->Properties();
     for (const TPropInfo& p : props.Items()) {
         if (p.Kind == TPropKind::Object) {
             auto* dst = dynamic_cast<TPersistent*>(std::get<TObject*>(p.Get(*this)));
@@ -117,7 +120,8 @@ void TComponent::SetDesigning(bool value, bool children) {
     else
         FComponentState &= ~csDesigning;
     if (children)
-        for (TComponent* c : FComponents) c->SetDesigning(value, true);
+        for (TComponent* c : FComponents)
+            c->SetDesigning(value, true);
 }
 
 void TComponent::SetLoading(bool value) {
@@ -204,7 +208,9 @@ int TCollectionItem::Index() const {
     return it == items.end() ? -1 : static_cast<int>(it - items.begin());
 }
 
-TPersistent* TCollectionItem::GetOwner() const { return FCollection; }
+TPersistent* TCollectionItem::GetOwner() const {
+    return FCollection;
+}
 
 std::string TCollectionItem::GetNamePath() const {
     if (!FCollection) return ClassName();
@@ -216,7 +222,9 @@ std::string TCollectionItem::GetNamePath() const {
 TCollection::TCollection(TPersistent* owner, TCollectionItemClass itemClass)
     : FOwner(owner), FItemClass(itemClass) {}
 
-TCollection::~TCollection() { Clear(); }
+TCollection::~TCollection() {
+    Clear();
+}
 
 TCollectionItem* TCollection::Add() {
     TObject* obj = FItemClass ? FItemClass->Create(this) : nullptr;
@@ -247,16 +255,20 @@ void TCollection::Delete(int index) {
 }
 
 void TCollection::Clear() {
-    while (!FItems.empty()) Delete(static_cast<int>(FItems.size()) - 1);
+    while (!FItems.empty())
+        Delete(static_cast<int>(FItems.size()) - 1);
 }
 
-void TCollection::Exchange(int a, int b) { std::swap(FItems.at(a), FItems.at(b)); }
+void TCollection::Exchange(int a, int b) {
+    std::swap(FItems.at(a), FItems.at(b));
+}
 
 void TCollection::Assign(const TPersistent& source) {
     auto* other = dynamic_cast<const TCollection*>(&source);
     if (!other) return TPersistent::Assign(source);
     Clear();
-    for (TCollectionItem* src : other->FItems) Add()->Assign(*src);
+    for (TCollectionItem* src : other->FItems)
+        Add()->Assign(*src);
 }
 
 std::string TCollection::GetNamePath() const {

@@ -69,7 +69,8 @@ struct IStringArrayList : IUnknown {
     virtual std::string Get(int index) const = 0;
     virtual void Clear() = 0;
 };
-DEFINE_GUID(IID_IStringArrayList, 0x8c3f2a10, 0x61d4, 0x4e8b, 0xa7, 0x2c, 0x15, 0x93, 0xee, 0x40, 0x6b, 0x72);
+DEFINE_GUID(IID_IStringArrayList, 0x8c3f2a10, 0x61d4, 0x4e8b, 0xa7, 0x2c, 0x15, 0x93, 0xee, 0x40,
+            0x6b, 0x72);
 MW_DECLARE_IID(IStringArrayList, IID_IStringArrayList);
 
 class TStringArrayList : public TInterfacedObject<IStringArrayList> {

@@ -55,7 +55,8 @@ public:
         *ppv = nullptr;
         if (IsEqualIID(riid, IID_IUnknown)) {
             *ppv = static_cast<IUnknown*>(static_cast<First*>(this));
-        } else if (!(mw::detail::QueryOne<Interfaces>(static_cast<Interfaces*>(this), riid, ppv) || ...)) {
+        } else if (!(mw::detail::QueryOne<Interfaces>(static_cast<Interfaces*>(this), riid, ppv) ||
+                     ...)) {
             if (!QueryOther(riid, ppv)) return E_NOINTERFACE;
         }
         static_cast<First*>(this)->AddRef();  // the final overrider, whichever base names it
@@ -70,7 +71,9 @@ protected:
 template <class... Interfaces>
 class TInterfacedObject : public TInterfacedBase<Interfaces...> {
 public:
-    STDMETHODIMP_(ULONG) AddRef() override { return FRefCount.fetch_add(1, std::memory_order_relaxed) + 1; }
+    STDMETHODIMP_(ULONG) AddRef() override {
+        return FRefCount.fetch_add(1, std::memory_order_relaxed) + 1;
+    }
     STDMETHODIMP_(ULONG) Release() override {
         ULONG n = FRefCount.fetch_sub(1, std::memory_order_acq_rel) - 1;
         if (n == 0) delete this;

@@ -14,7 +14,8 @@ TComponent* TBasicPersistent::GetOwnerComponent() const {
 
 // ---- TLockPersistent
 
-TLockPersistent::TLockPersistent(TPersistent* owner, IChangeNotifyLock* lock, TChangeClosure onChange)
+TLockPersistent::TLockPersistent(TPersistent* owner, IChangeNotifyLock* lock,
+                                 TChangeClosure onChange)
     : FOwner(owner), FLock(lock), FOnChange(std::move(onChange)) {
     if (!FLock) FLock = MwNew<TBasicLockChangeNotifyLock>();
 }
@@ -69,7 +70,8 @@ void TLockComponent::BeforeDestruction() {
 
 // ---- TLockCollection
 
-TLockCollection::TLockCollection(TPersistent* owner, IChangeNotifyLock* lock, TCollectionItemClass itemClass)
+TLockCollection::TLockCollection(TPersistent* owner, IChangeNotifyLock* lock,
+                                 TCollectionItemClass itemClass)
     : TCollection(owner, itemClass), FLock(lock) {
     if (!FLock) FLock = MwNew<TBasicLockChangeNotifyLock>();
 }
@@ -82,7 +84,9 @@ void TLockCollection::NotifyProp() {
         c->NotifyProp();
 }
 
-void TLockCollection::NewItemCreated(TCollectionItem*) { NotifyProp(); }
+void TLockCollection::NewItemCreated(TCollectionItem*) {
+    NotifyProp();
+}
 
 void TLockCollection::Added(TCollectionItem* item) {
     NewItemCreated(item);

@@ -67,7 +67,8 @@ public:
     bool Enabled() const { return FEnabled; }
     void SetEnabled(bool value) { Setters().Setter(FEnabled, value, Notifier()); }
     static void Publish(TPropertyList& p) {
-        p.Add<TEnabledPersistent>("Enabled", &TEnabledPersistent::Enabled, &TEnabledPersistent::SetEnabled, true);
+        p.Add<TEnabledPersistent>("Enabled", &TEnabledPersistent::Enabled,
+                                  &TEnabledPersistent::SetEnabled, true);
     }
 
 private:
@@ -82,8 +83,9 @@ public:
     bool Enabled() const { return FEnabled; }
     virtual void SetEnabled(bool value) { Setters().Setter(FEnabled, value, Notifier()); }
     static void Publish(TPropertyList& p) {
-        p.Add<TDisabledPersistent>("Enabled", &TDisabledPersistent::Enabled,
-                                   [](TDisabledPersistent& o, bool v) { o.SetEnabled(v); }, false);
+        p.Add<TDisabledPersistent>(
+            "Enabled", &TDisabledPersistent::Enabled,
+            [](TDisabledPersistent& o, bool v) { o.SetEnabled(v); }, false);
     }
 
 private:
@@ -173,7 +175,8 @@ template <class T>
 class TTypedCollection : public TLockCollection {
     MW_CLASS(TTypedCollection, TLockCollection)
 public:
-    TTypedCollection(TPersistent* owner, IChangeNotifyLock* lock) : TLockCollection(owner, lock, T::StaticClass()) {}
+    TTypedCollection(TPersistent* owner, IChangeNotifyLock* lock)
+        : TLockCollection(owner, lock, T::StaticClass()) {}
 
     T* GetNoLockItem(int index) const { return static_cast<T*>(TCollection::GetItem(index)); }
     T* GetItem(int index) const {
@@ -186,7 +189,8 @@ public:
     std::vector<T*> Query(bool reverse = false) const {
         TLockGuard g = Lock()->AcquireRead();
         std::vector<T*> r;
-        for (int i = 0; i < Count(); ++i) r.push_back(GetNoLockItem(i));
+        for (int i = 0; i < Count(); ++i)
+            r.push_back(GetNoLockItem(i));
         if (reverse) std::reverse(r.begin(), r.end());
         return r;
     }

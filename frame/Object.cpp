@@ -9,7 +9,8 @@ TMetaClass::~TMetaClass() = default;
 
 const TPropertyList& TMetaClass::Properties() const {
     std::call_once(FOnce, [this] {
-        auto list = std::make_unique<TPropertyList>(FParent ? FParent->Properties() : TPropertyList());
+        auto list =
+            std::make_unique<TPropertyList>(FParent ? FParent->Properties() : TPropertyList());
         // A class without its own Publish inherits its base's function: publish only once.
         if (FPublish && (!FParent || FPublish != FParent->FPublish)) FPublish(*list);
         FProperties = std::move(list);

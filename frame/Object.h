@@ -77,16 +77,18 @@ TMetaClass::Factory FactoryFor() {
 // In a class declaration: gives the class its metaclass and `inherited`. A class that
 // publishes properties declares `static void Publish(TPropertyList& p)` of its own; the
 // properties of its bases come first without being declared again.
-#define MW_CLASS(Self, Base)                                                                  \
-public:                                                                                       \
-    using inherited [[maybe_unused]] = Base;                                                  \
-    static TClass StaticClass() {                                                             \
+#define MW_CLASS(Self, Base)                                                                      \
+public:                                                                                           \
+    using inherited [[maybe_unused]] = Base;                                                      \
+    static TClass StaticClass() {                                                                 \
         static const TMetaClass cls(#Self, Base::StaticClass(), ::mw::detail::FactoryFor<Self>(), \
-                                    &Self::Publish);                                          \
-        return &cls;                                                                          \
-    }                                                                                         \
-    TClass ClassType() const override { return StaticClass(); }                               \
-                                                                                              \
+                                    &Self::Publish);                                              \
+        return &cls;                                                                              \
+    }                                                                                             \
+    TClass ClassType() const override {                                                           \
+        return StaticClass();                                                                     \
+    }                                                                                             \
+                                                                                                  \
 private:
 
 class TObject {

@@ -27,7 +27,7 @@ class TPersistent;
 class TComponent;
 
 enum class TPropKind {
-    Integer,    // up to 32 bits, signed or unsigned
+    Integer,  // up to 32 bits, signed or unsigned
     Int64,
     Float,
     Boolean,
@@ -128,7 +128,9 @@ public:
         p.Name = name;
         p.Kind = mw::detail::KindOf<T>();
         p.Default = mw::detail::ToValue<T>(static_cast<T>(def));
-        p.Get = [getter](const TObject& o) { return mw::detail::ToValue<T>(mw::detail::Call<C>(getter, o)); };
+        p.Get = [getter](const TObject& o) {
+            return mw::detail::ToValue<T>(mw::detail::Call<C>(getter, o));
+        };
         p.Set = [setter](TObject& o, const TPropValue& v) {
             std::invoke(setter, static_cast<C&>(o), mw::detail::FromValue<T>(v));
         };
@@ -152,7 +154,9 @@ public:
         p.Kind = TPropKind::Enum;
         p.Names.assign(names.begin(), names.end());
         p.Default = static_cast<int64_t>(def);
-        p.Get = [getter](const TObject& o) { return TPropValue(static_cast<int64_t>(mw::detail::Call<C>(getter, o))); };
+        p.Get = [getter](const TObject& o) {
+            return TPropValue(static_cast<int64_t>(mw::detail::Call<C>(getter, o)));
+        };
         p.Set = [setter](TObject& o, const TPropValue& v) {
             std::invoke(setter, static_cast<C&>(o), static_cast<T>(std::get<int64_t>(v)));
         };
@@ -167,7 +171,9 @@ public:
         p.Kind = TPropKind::Set;
         p.Names.assign(names.begin(), names.end());
         p.Default = static_cast<int64_t>(def);
-        p.Get = [getter](const TObject& o) { return TPropValue(static_cast<int64_t>(mw::detail::Call<C>(getter, o))); };
+        p.Get = [getter](const TObject& o) {
+            return TPropValue(static_cast<int64_t>(mw::detail::Call<C>(getter, o)));
+        };
         p.Set = [setter](TObject& o, const TPropValue& v) {
             std::invoke(setter, static_cast<C&>(o), static_cast<uint64_t>(std::get<int64_t>(v)));
         };
@@ -203,7 +209,9 @@ public:
     // Adds a condition to the last property: written only when it holds (and differs).
     template <class C, class F>
     TPropertyList& StoredIf(F pred) {
-        FItems.back().Stored = [pred](const TObject& o) { return std::invoke(pred, static_cast<const C&>(o)); };
+        FItems.back().Stored = [pred](const TObject& o) {
+            return std::invoke(pred, static_cast<const C&>(o));
+        };
         return *this;
     }
 

@@ -1,6 +1,7 @@
 #include "frame/QAAudioFormatBasic.h"
 
-TQAAudioFormatBasic::TQAAudioFormatBasic(TPersistent* owner, IChangeNotifyLock* lock, TChangeClosure onChange)
+TQAAudioFormatBasic::TQAAudioFormatBasic(TPersistent* owner, IChangeNotifyLock* lock,
+                                         TChangeClosure onChange)
     : TLockPersistent(owner, lock, std::move(onChange)) {}
 
 // Limits keep the record meaningful: at least 1 Hz, 8 to 32 bits in whole bytes, 1 to 32
@@ -19,13 +20,15 @@ void TQAAudioFormatBasic::SetChannels(uint32_t value) {
 
 TQAWaveFormatExtensible TQAAudioFormatBasic::GetWaveFormat() const {
     TLockGuard g = Lock()->AcquireRead();
-    return mw::MakePcmWaveFormat(FSampleRate, static_cast<WORD>(FBitsPerSample), static_cast<WORD>(FChannels));
+    return mw::MakePcmWaveFormat(FSampleRate, static_cast<WORD>(FBitsPerSample),
+                                 static_cast<WORD>(FChannels));
 }
 
 void TQAAudioFormatBasic::Publish(TPropertyList& p) {
-    p.Add<TQAAudioFormatBasic>("SampleRate", &TQAAudioFormatBasic::SampleRate, &TQAAudioFormatBasic::SetSampleRate,
-                               44100u)
+    p.Add<TQAAudioFormatBasic>("SampleRate", &TQAAudioFormatBasic::SampleRate,
+                               &TQAAudioFormatBasic::SetSampleRate, 44100u)
         .Add<TQAAudioFormatBasic>("BitsPerSample", &TQAAudioFormatBasic::BitsPerSample,
                                   &TQAAudioFormatBasic::SetBitsPerSample, 16u)
-        .Add<TQAAudioFormatBasic>("Channels", &TQAAudioFormatBasic::Channels, &TQAAudioFormatBasic::SetChannels, 2u);
+        .Add<TQAAudioFormatBasic>("Channels", &TQAAudioFormatBasic::Channels,
+                                  &TQAAudioFormatBasic::SetChannels, 2u);
 }

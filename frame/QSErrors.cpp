@@ -10,14 +10,15 @@ std::string QSErrorText(const std::string& text, uint32_t code) {
     return text + num;
 }
 
-void ReportError(TObject* sender, const TQSErrorEvent& handler, bool designing, const std::string& text,
-                 uint32_t code, const void* address) {
+void ReportError(TObject* sender, const TQSErrorEvent& handler, bool designing,
+                 const std::string& text, uint32_t code, const void* address) {
     bool handled = false;
     if (handler) handler(sender, text, code, handled);
     if (!handled && !designing) throw EQSException(QSErrorText(text, code), code, address);
 }
 
-void ReportWarning(TObject* sender, const TQSWarningEvent& handler, const std::string& text, uint32_t code) {
+void ReportWarning(TObject* sender, const TQSWarningEvent& handler, const std::string& text,
+                   uint32_t code) {
     if (handler) handler(sender, text, code);
 }
 

@@ -25,17 +25,20 @@ private:
 };
 
 // (sender, text, code, var handled)
-using TQSErrorEvent = std::function<void(TObject* sender, const std::string& text, uint32_t code, bool& handled)>;
+using TQSErrorEvent =
+    std::function<void(TObject* sender, const std::string& text, uint32_t code, bool& handled)>;
 // (sender, text, code)
-using TQSWarningEvent = std::function<void(TObject* sender, const std::string& text, uint32_t code)>;
+using TQSWarningEvent =
+    std::function<void(TObject* sender, const std::string& text, uint32_t code)>;
 
 namespace mw {
 // "text - code - hexcode": the code in decimal, then in hexadecimal, as "%s - %u - %x".
 std::string QSErrorText(const std::string& text, uint32_t code);
 
 // The common Error step: calls the handler, then raises unless handled or at design time.
-void ReportError(TObject* sender, const TQSErrorEvent& handler, bool designing, const std::string& text,
-                 uint32_t code, const void* address = nullptr);
+void ReportError(TObject* sender, const TQSErrorEvent& handler, bool designing,
+                 const std::string& text, uint32_t code, const void* address = nullptr);
 // The common Warning step: calls the handler when there is one.
-void ReportWarning(TObject* sender, const TQSWarningEvent& handler, const std::string& text, uint32_t code);
+void ReportWarning(TObject* sender, const TQSWarningEvent& handler, const std::string& text,
+                   uint32_t code);
 }  // namespace mw

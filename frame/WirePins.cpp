@@ -76,8 +76,8 @@ TQWBasicPin::~TQWBasicPin() = default;
 
 // ---- TQWPin
 
-TQWPin::TQWPin(TComponent* owner, IBasicLock* lock, TQWBasicPinNotificationEvent dispatch, TQWPinEvent onConnect,
-               TQWPinEvent onDisconnect)
+TQWPin::TQWPin(TComponent* owner, IBasicLock* lock, TQWBasicPinNotificationEvent dispatch,
+               TQWPinEvent onConnect, TQWPinEvent onDisconnect)
     : TQWBasicPin(owner, lock),
       FAnchor(std::make_shared<PinAnchor>(this)),
       FPeers(std::make_shared<const PeerList>()),
@@ -112,16 +112,19 @@ void TQWPin::Close() {
 
 bool TQWPin::CanConnectTo(const TQWPin& other) const {
     if (&other == this) return false;
-    if (Direction() == TQWPinDirection::Source) return other.Direction() == TQWPinDirection::Sink && other.CanConnectTo(*this);
+    if (Direction() == TQWPinDirection::Source)
+        return other.Direction() == TQWPinDirection::Sink && other.CanConnectTo(*this);
     return false;
 }
 
 bool TQWSinkPin::CanConnectTo(const TQWPin& other) const {
-    return &other != this && other.Direction() == TQWPinDirection::Source && Accepts(other.DataType());
+    return &other != this && other.Direction() == TQWPinDirection::Source &&
+           Accepts(other.DataType());
 }
 
 bool TQWPin::Connect(TQWPin& other) {
-    if (IsClosed() || other.IsClosed() || !CanConnectTo(other) || IsConnectedTo(other)) return false;
+    if (IsClosed() || other.IsClosed() || !CanConnectTo(other) || IsConnectedTo(other))
+        return false;
     if (!AddPeer(other.FAnchor)) return false;
     other.AddPeer(FAnchor);
     Connected(other);
@@ -159,7 +162,9 @@ bool TQWPin::IsConnectedTo(const TQWPin& other) const {
                        [&](const mw::wire::PinAnchorRef& a) { return a->Pin.load() == &other; });
 }
 
-int TQWPin::ConnectionCount() const { return static_cast<int>(Peers()->size()); }
+int TQWPin::ConnectionCount() const {
+    return static_cast<int>(Peers()->size());
+}
 
 std::vector<TQWPin*> TQWPin::Connections() const {
     std::vector<TQWPin*> r;
@@ -218,17 +223,23 @@ void TQWPin::Receive(TQWPin* sender, IQWNotifyOperation* operation, TQWNotifySta
 }
 
 void TQWPin::AddLinkedPin(TQWPin* pin) {
-    if (pin && std::find(FLinked.begin(), FLinked.end(), pin) == FLinked.end()) FLinked.push_back(pin);
+    if (pin && std::find(FLinked.begin(), FLinked.end(), pin) == FLinked.end())
+        FLinked.push_back(pin);
 }
 
-void TQWPin::RemoveLinkedPin(TQWPin* pin) { std::erase(FLinked, pin); }
+void TQWPin::RemoveLinkedPin(TQWPin* pin) {
+    std::erase(FLinked, pin);
+}
 
-std::vector<TQWPin*> TQWPin::LinkedPins() const { return FLinked; }
+std::vector<TQWPin*> TQWPin::LinkedPins() const {
+    return FLinked;
+}
 
 // ---- signal sinks and sources
 
-TQSQWSinkPin::TQSQWSinkPin(TComponent* owner, IBasicLock* lock, TQWBasicPinNotificationEvent dispatch,
-                           TQWPinEvent onConnect, TQWPinEvent onDisconnect)
+TQSQWSinkPin::TQSQWSinkPin(TComponent* owner, IBasicLock* lock,
+                           TQWBasicPinNotificationEvent dispatch, TQWPinEvent onConnect,
+                           TQWPinEvent onDisconnect)
     : TQWSinkPin(owner, lock, std::move(dispatch), std::move(onConnect), std::move(onDisconnect)) {}
 
 void TQSQWSinkPin::MasterPump(TObject* master) {
@@ -243,9 +254,10 @@ void TQSQWSinkPin::MasterPump(TObject* master, uint32_t operationNumber) {
 }
 
 TQSQWClockableSourcePin::TQSQWClockableSourcePin(TComponent* owner, IBasicLock* lock, IBasicLock*,
-                                                 TQWBasicPinNotificationEvent dispatch, TQWPinEvent onConnect,
-                                                 TQWPinEvent onDisconnect)
-    : TQWSourcePin(owner, lock, std::move(dispatch), std::move(onConnect), std::move(onDisconnect)) {}
+                                                 TQWBasicPinNotificationEvent dispatch,
+                                                 TQWPinEvent onConnect, TQWPinEvent onDisconnect)
+    : TQWSourcePin(owner, lock, std::move(dispatch), std::move(onConnect),
+                   std::move(onDisconnect)) {}
 
 void TQSQWClockableSourcePin::SubmitBuffer(IQSData* data) {
     if (!IsConnected()) return;
@@ -263,9 +275,11 @@ TQWQMGraphSourcePin::TQWQMGraphSourcePin(TComponent* owner, IBasicLock* lock, IB
 
 // ---- clock
 
-TQWClockSourcePin::TQWClockSourcePin(TComponent* owner, IBasicLock* lock, TQWBasicPinNotificationEvent dispatch,
-                                     TQWPinEvent onConnect, TQWPinEvent onDisconnect)
-    : TQWSourcePin(owner, lock, std::move(dispatch), std::move(onConnect), std::move(onDisconnect)) {}
+TQWClockSourcePin::TQWClockSourcePin(TComponent* owner, IBasicLock* lock,
+                                     TQWBasicPinNotificationEvent dispatch, TQWPinEvent onConnect,
+                                     TQWPinEvent onDisconnect)
+    : TQWSourcePin(owner, lock, std::move(dispatch), std::move(onConnect),
+                   std::move(onDisconnect)) {}
 
 void TQWClockSourcePin::Clock(int count) {
     ForEachPeer([&](TQWPin& peer) {
@@ -273,7 +287,8 @@ void TQWClockSourcePin::Clock(int count) {
         if (!sink) return;
         {
             std::lock_guard lk(FNeedsMutex);
-            if (std::find(FNotNeeding.begin(), FNotNeeding.end(), sink) != FNotNeeding.end()) return;
+            if (std::find(FNotNeeding.begin(), FNotNeeding.end(), sink) != FNotNeeding.end())
+                return;
         }
         sink->Tick(this, count);
     });
@@ -286,7 +301,8 @@ bool TQWClockSourcePin::IsClockNeeded() const {
     return false;
 }
 
-void TQWClockSourcePin::Receive(TQWPin* sender, IQWNotifyOperation* operation, TQWNotifyState state) {
+void TQWClockSourcePin::Receive(TQWPin* sender, IQWNotifyOperation* operation,
+                                TQWNotifyState state) {
     if (auto* needed = operation->InstanceAs<TQWClockNeededOperation>()) {
         std::lock_guard lk(FNeedsMutex);
         std::erase(FNotNeeding, sender);
@@ -300,11 +316,14 @@ void TQWClockSourcePin::Disconnected(TQWPin& peer) {
     std::erase(FNotNeeding, &peer);
 }
 
-TQWClockMultiSinkPin::TQWClockMultiSinkPin(TComponent* owner, IBasicLock* lock, TQWClockEvent onClock,
+TQWClockMultiSinkPin::TQWClockMultiSinkPin(TComponent* owner, IBasicLock* lock,
+                                           TQWClockEvent onClock,
                                            TQWBasicPinNotificationEvent dispatch)
     : TQWSinkPin(owner, lock, std::move(dispatch)), FOnClock(std::move(onClock)) {}
 
-void TQWClockMultiSinkPin::SetClockNeeded(bool needed) { Notify(MwNew<TQWClockNeededOperation>(needed)); }
+void TQWClockMultiSinkPin::SetClockNeeded(bool needed) {
+    Notify(MwNew<TQWClockNeededOperation>(needed));
+}
 
 void TQWClockMultiSinkPin::Tick(TQWClockSourcePin* sender, int count) {
     if (FOnClock) FOnClock(this, sender, count);
@@ -312,20 +331,20 @@ void TQWClockMultiSinkPin::Tick(TQWClockSourcePin* sender, int count) {
 
 // ---- state pin
 
-TQWInt64TimeRangedStatePin::TQWInt64TimeRangedStatePin(TComponent* owner, IBasicLock* lock,
-                                                       TQWInt64DateTimeValueRangeChangeEvent onValueRange,
-                                                       TQWInt64DateTimeRangeChangeEvent onRange,
-                                                       TQWPinEvent onConnect, TQWPinDispatchEvent dispatch)
+TQWInt64TimeRangedStatePin::TQWInt64TimeRangedStatePin(
+    TComponent* owner, IBasicLock* lock, TQWInt64DateTimeValueRangeChangeEvent onValueRange,
+    TQWInt64DateTimeRangeChangeEvent onRange, TQWPinEvent onConnect, TQWPinDispatchEvent dispatch)
     : TQWPin(owner, lock, std::move(dispatch), std::move(onConnect)),
       FOnValueRange(std::move(onValueRange)),
       FOnRange(std::move(onRange)) {}
 
 bool TQWInt64TimeRangedStatePin::CanConnectTo(const TQWPin& other) const {
-    return &other != this && other.Direction() == TQWPinDirection::State && other.DataType() == DataType();
+    return &other != this && other.Direction() == TQWPinDirection::State &&
+           other.DataType() == DataType();
 }
 
-void TQWInt64TimeRangedStatePin::SubmitValueRange(int64_t value, int64_t min, int64_t max, int64_t start,
-                                                  int64_t stop) {
+void TQWInt64TimeRangedStatePin::SubmitValueRange(int64_t value, int64_t min, int64_t max,
+                                                  int64_t start, int64_t stop) {
     const TValueRange v{value, min, max, start, stop};
     {
         std::lock_guard lk(FValueMutex);
@@ -333,7 +352,8 @@ void TQWInt64TimeRangedStatePin::SubmitValueRange(int64_t value, int64_t min, in
         FHasValue = true;
     }
     ForEachPeer([&](TQWPin& peer) {
-        if (auto* state = dynamic_cast<TQWInt64TimeRangedStatePin*>(&peer)) state->ReceiveValueRange(v);
+        if (auto* state = dynamic_cast<TQWInt64TimeRangedStatePin*>(&peer))
+            state->ReceiveValueRange(v);
     });
 }
 
@@ -368,9 +388,9 @@ bool TQWPinList::Remove(const TQWPin* pin) {
     return true;
 }
 
-TQWPinListOwner::TQWPinListOwner(IBasicLock* lock, int initialCount, TQWPinCategories categories, int minCount,
-                                 int maxCount, TQWPinCreateFunction create, TQWPinDestroyFunction destroy,
-                                 TQWPinEvent onChange)
+TQWPinListOwner::TQWPinListOwner(IBasicLock* lock, int initialCount, TQWPinCategories categories,
+                                 int minCount, int maxCount, TQWPinCreateFunction create,
+                                 TQWPinDestroyFunction destroy, TQWPinEvent onChange)
     : FLock(lock),
       FCategories(categories),
       FMin(minCount),
@@ -378,7 +398,8 @@ TQWPinListOwner::TQWPinListOwner(IBasicLock* lock, int initialCount, TQWPinCateg
       FCreate(std::move(create)),
       FDestroy(std::move(destroy)),
       FOnChange(std::move(onChange)) {
-    for (int i = 0; i < std::max(initialCount, minCount); ++i) Add();
+    for (int i = 0; i < std::max(initialCount, minCount); ++i)
+        Add();
 }
 
 TQWPinListOwner::~TQWPinListOwner() {
@@ -425,7 +446,8 @@ void TQWPinListOwner::Update() {
 // ---- pump handshake
 
 bool QWClaimPump(TQWPumpRequestOperation& request, TObject* sink, uint32_t priority) {
-    if (request.Kind == TQWPumpRequestOperation::KindClaimed && request.Priority >= priority) return false;
+    if (request.Kind == TQWPumpRequestOperation::KindClaimed && request.Priority >= priority)
+        return false;
     request.Master = sink;
     request.Priority = priority;
     request.Kind = TQWPumpRequestOperation::KindClaimed;
@@ -479,9 +501,13 @@ void TQWPumpSourceState::Reset() {
 
 // ---- free functions
 
-bool QWConnect(TQWPin& a, TQWPin& b) { return a.Connect(b); }
+bool QWConnect(TQWPin& a, TQWPin& b) {
+    return a.Connect(b);
+}
 
-bool QWDisconnect(TQWPin& a, TQWPin& b) { return a.Disconnect(b); }
+bool QWDisconnect(TQWPin& a, TQWPin& b) {
+    return a.Disconnect(b);
+}
 
 std::vector<TQWPin*> QWComponentPins(const TComponent* owner) {
     auto& r = mw::wire::Registry();
@@ -506,7 +532,8 @@ std::vector<std::pair<TQWPin*, TQWPin*>> SavedConnections(const TComponent& comp
         for (TQWPin* peer : pin->Connections()) {
             if (peer->Name().empty() || !peer->Owner() || peer->Owner()->Name().empty()) continue;
             if (pin->Direction() == TQWPinDirection::State &&
-                std::make_pair(component.Name(), pin->Name()) > std::make_pair(peer->Owner()->Name(), peer->Name()))
+                std::make_pair(component.Name(), pin->Name()) >
+                    std::make_pair(peer->Owner()->Name(), peer->Name()))
                 continue;
             r.emplace_back(pin, peer);
         }
@@ -539,15 +566,20 @@ void QWDefineConnections(TFiler& filer, TComponent& component) {
                                                           checkOnly](TComponent* peerOwner) {
                     TQWPin* pin = QWFindPin(self, pinName);
                     TQWPin* peer = peerOwner ? QWFindPin(peerOwner, peerPin) : nullptr;
-                    if (!pin) throw EReadError(line, std::string(self->ClassName()) + " has no pin \"" + pinName + "\"");
+                    if (!pin)
+                        throw EReadError(line, std::string(self->ClassName()) + " has no pin \"" +
+                                                   pinName + "\"");
                     if (!peer) throw EReadError(line, "No pin \"" + peerPath + "\"");
                     if (checkOnly) {
                         if (!pin->IsConnectedTo(*peer) && !pin->CanConnectTo(*peer))
-                            throw EReadError(line, "Pin \"" + pinName + "\" cannot be connected to \"" + peerPath + "\"");
+                            throw EReadError(line, "Pin \"" + pinName +
+                                                       "\" cannot be connected to \"" + peerPath +
+                                                       "\"");
                         return;
                     }
                     if (!pin->IsConnectedTo(*peer) && !pin->Connect(*peer))
-                        throw EReadError(line, "Pin \"" + pinName + "\" cannot be connected to \"" + peerPath + "\"");
+                        throw EReadError(line, "Pin \"" + pinName + "\" cannot be connected to \"" +
+                                                   peerPath + "\"");
                 });
             }
             reader.ReadListEnd();
@@ -564,10 +596,12 @@ void QWDefineConnections(TFiler& filer, TComponent& component) {
 }
 
 void QWCloseComponentPins(const TComponent* owner) {
-    for (TQWPin* p : QWComponentPins(owner)) p->Close();
+    for (TQWPin* p : QWComponentPins(owner))
+        p->Close();
 }
 
-void QWProcessQueue(IQSOperationList& queue, const std::function<bool(IQWNotifyOperation*)>& intDispatch) {
+void QWProcessQueue(IQSOperationList& queue,
+                    const std::function<bool(IQWNotifyOperation*)>& intDispatch) {
     for (;;) {
         ComPtr<IQWNotifyOperation> op;
         if (!queue.Pop(op.ReleaseAndGetAddressOf())) return;

@@ -48,30 +48,37 @@ using TQWNotifyState = uint8_t;
 
 // (pin the operation arrived on, pin that sent it, data type of the connection, operation,
 // state set) -> result. No caller reads the result; handlers answer through the operation.
-using TQWBasicPinNotificationEvent = std::function<int(TQWBasicPin* pin, TQWBasicPin* sender, const GUID* dataType,
-                                                       IQWNotifyOperation* operation, TQWNotifyState state)>;
+using TQWBasicPinNotificationEvent =
+    std::function<int(TQWBasicPin* pin, TQWBasicPin* sender, const GUID* dataType,
+                      IQWNotifyOperation* operation, TQWNotifyState state)>;
 using TQWPinDispatchEvent = TQWBasicPinNotificationEvent;
 using TQWPinEvent = std::function<void(TQWPin* pin)>;
 // (source pin the request came through, master, operation number)
-using TQWMasterPumpEvent = std::function<void(TQSQWClockableSourcePin* pin, TObject* master, uint32_t operation)>;
+using TQWMasterPumpEvent =
+    std::function<void(TQSQWClockableSourcePin* pin, TObject* master, uint32_t operation)>;
 // (clock sink pin, clock source pin, sample count) once per tick.
-using TQWClockEvent = std::function<void(TQWClockMultiSinkPin* pin, TQWBasicPin* sender, int count)>;
+using TQWClockEvent =
+    std::function<void(TQWClockMultiSinkPin* pin, TQWBasicPin* sender, int count)>;
 // (pin, value, min, max, start time, stop time)
 using TQWInt64DateTimeValueRangeChangeEvent =
-    std::function<void(TQWInt64TimeRangedStatePin* pin, int64_t value, int64_t min, int64_t max, int64_t start,
-                       int64_t stop)>;
+    std::function<void(TQWInt64TimeRangedStatePin* pin, int64_t value, int64_t min, int64_t max,
+                       int64_t start, int64_t stop)>;
 // (pin, min, max)
-using TQWInt64DateTimeRangeChangeEvent = std::function<void(TQWInt64TimeRangedStatePin* pin, int64_t min, int64_t max)>;
+using TQWInt64DateTimeRangeChangeEvent =
+    std::function<void(TQWInt64TimeRangedStatePin* pin, int64_t min, int64_t max)>;
 
 // The data types of connections; a source connects to a sink of a type it can feed.
 DEFINE_GUID(QWDT_Audio, 0x6f1e0b52, 0x9a7c, 0x4f0e, 0x8b, 0x21, 0x3c, 0x55, 0x90, 0x1a, 0x7e, 0x01);
-DEFINE_GUID(QWDT_Binary, 0x6f1e0b52, 0x9a7c, 0x4f0e, 0x8b, 0x21, 0x3c, 0x55, 0x90, 0x1a, 0x7e, 0x02);
+DEFINE_GUID(QWDT_Binary, 0x6f1e0b52, 0x9a7c, 0x4f0e, 0x8b, 0x21, 0x3c, 0x55, 0x90, 0x1a, 0x7e,
+            0x02);
 DEFINE_GUID(QWDT_Text, 0x6f1e0b52, 0x9a7c, 0x4f0e, 0x8b, 0x21, 0x3c, 0x55, 0x90, 0x1a, 0x7e, 0x03);
 DEFINE_GUID(QWDT_Clock, 0x6f1e0b52, 0x9a7c, 0x4f0e, 0x8b, 0x21, 0x3c, 0x55, 0x90, 0x1a, 0x7e, 0x04);
 DEFINE_GUID(QWDT_Graph, 0x6f1e0b52, 0x9a7c, 0x4f0e, 0x8b, 0x21, 0x3c, 0x55, 0x90, 0x1a, 0x7e, 0x05);
-DEFINE_GUID(QWDT_Int64State, 0x6f1e0b52, 0x9a7c, 0x4f0e, 0x8b, 0x21, 0x3c, 0x55, 0x90, 0x1a, 0x7e, 0x06);
+DEFINE_GUID(QWDT_Int64State, 0x6f1e0b52, 0x9a7c, 0x4f0e, 0x8b, 0x21, 0x3c, 0x55, 0x90, 0x1a, 0x7e,
+            0x06);
 // Any signal: a generic signal sink takes audio, binary and text.
-DEFINE_GUID(QWDT_Signal, 0x6f1e0b52, 0x9a7c, 0x4f0e, 0x8b, 0x21, 0x3c, 0x55, 0x90, 0x1a, 0x7e, 0x07);
+DEFINE_GUID(QWDT_Signal, 0x6f1e0b52, 0x9a7c, 0x4f0e, 0x8b, 0x21, 0x3c, 0x55, 0x90, 0x1a, 0x7e,
+            0x07);
 
 namespace mw::wire {
 // Lives as long as any connection refers to its pin; counts the deliveries into the pin in
@@ -202,7 +209,9 @@ public:
     TQSQWSinkPin(TComponent* owner, IBasicLock* lock, TQWBasicPinNotificationEvent dispatch,
                  TQWPinEvent onConnect = {}, TQWPinEvent onDisconnect = {});
     const GUID& DataType() const override { return QWDT_Signal; }
-    bool Accepts(const GUID& t) const override { return t == QWDT_Audio || t == QWDT_Binary || t == QWDT_Text; }
+    bool Accepts(const GUID& t) const override {
+        return t == QWDT_Audio || t == QWDT_Binary || t == QWDT_Text;
+    }
 
     // Asks the source feeding this pin for its next buffer on behalf of `master`. Each call
     // carries a new operation number; the explicit form repeats a number on purpose.
@@ -290,8 +299,9 @@ public:
 class TQWClockSourcePin : public TQWSourcePin {
     MW_CLASS(TQWClockSourcePin, TQWSourcePin)
 public:
-    TQWClockSourcePin(TComponent* owner, IBasicLock* lock, TQWBasicPinNotificationEvent dispatch = {},
-                      TQWPinEvent onConnect = {}, TQWPinEvent onDisconnect = {});
+    TQWClockSourcePin(TComponent* owner, IBasicLock* lock,
+                      TQWBasicPinNotificationEvent dispatch = {}, TQWPinEvent onConnect = {},
+                      TQWPinEvent onDisconnect = {});
     const GUID& DataType() const override { return QWDT_Clock; }
     // One tick carrying a sample count.
     void Clock(int count);
@@ -330,8 +340,8 @@ class TQWInt64TimeRangedStatePin : public TQWPin {
 public:
     TQWInt64TimeRangedStatePin(TComponent* owner, IBasicLock* lock,
                                TQWInt64DateTimeValueRangeChangeEvent onValueRange = {},
-                               TQWInt64DateTimeRangeChangeEvent onRange = {}, TQWPinEvent onConnect = {},
-                               TQWPinDispatchEvent dispatch = {});
+                               TQWInt64DateTimeRangeChangeEvent onRange = {},
+                               TQWPinEvent onConnect = {}, TQWPinDispatchEvent dispatch = {});
     TQWPinDirection Direction() const override { return TQWPinDirection::State; }
     const GUID& DataType() const override { return QWDT_Int64State; }
     bool CanConnectTo(const TQWPin& other) const override;
@@ -419,7 +429,8 @@ public:
     // Step 5: accepts a master-pump call only through the winning pin from the winning
     // master, with an operation number other than the last one served, or the first
     // request after the start whatever its number.
-    bool Accept(const TQSQWClockableSourcePin* pin, const TObject* master, uint32_t operationNumber);
+    bool Accept(const TQSQWClockableSourcePin* pin, const TObject* master,
+                uint32_t operationNumber);
     TObject* Master() const;
     void Reset();
 
@@ -449,4 +460,5 @@ void QWCloseComponentPins(const TComponent* owner);
 
 // Drains a component's operation queue: pops one operation at a time and calls
 // `intDispatch` with it, until the queue is empty or intDispatch returns false.
-void QWProcessQueue(IQSOperationList& queue, const std::function<bool(IQWNotifyOperation*)>& intDispatch);
+void QWProcessQueue(IQSOperationList& queue,
+                    const std::function<bool(IQWNotifyOperation*)>& intDispatch);

@@ -20,7 +20,8 @@ public:
     explicit TPrinter(TComponent* owner)
         : TLockComponent(owner),
           Input(this, ComponentLock(),
-                [this](TQWBasicPin*, TQWBasicPin*, const GUID*, IQWNotifyOperation* op, TQWNotifyState) {
+                [this](TQWBasicPin*, TQWBasicPin*, const GUID*, IQWNotifyOperation* op,
+                       TQWNotifyState) {
                     TLockGuard lock = ComponentLock()->AcquireRead();
                     if (auto* buffer = op->InstanceAs<TQWSuppliedBufferOperation>())
                         std::printf("%u bytes\n", buffer->Data->ByteSize());

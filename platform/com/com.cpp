@@ -70,24 +70,31 @@ HRESULT WINAPI CoInitializeEx(LPVOID, DWORD dwCoInit) {
     return S_OK;
 }
 
-HRESULT WINAPI CoInitialize(LPVOID pvReserved) { return CoInitializeEx(pvReserved, COINIT_APARTMENTTHREADED); }
+HRESULT WINAPI CoInitialize(LPVOID pvReserved) {
+    return CoInitializeEx(pvReserved, COINIT_APARTMENTTHREADED);
+}
 
 void WINAPI CoUninitialize() {
     Apartment& a = tApartment;
     if (a.count > 0) --a.count;
 }
 
-int mw::CoInitializeCount() { return tApartment.count; }
+int mw::CoInitializeCount() {
+    return tApartment.count;
+}
 
 DWORD mw::RegisterComClass(REFCLSID clsid, ClassCreator create) {
     Registry& r = TheRegistry();
     std::lock_guard lock(r.mutex);
     DWORD cookie = r.nextCookie++;
-    r.entries.push_back({cookie, clsid, std::move(create), nullptr, CLSCTX_INPROC_SERVER | CLSCTX_INPROC_HANDLER});
+    r.entries.push_back(
+        {cookie, clsid, std::move(create), nullptr, CLSCTX_INPROC_SERVER | CLSCTX_INPROC_HANDLER});
     return cookie;
 }
 
-void mw::RevokeComClass(DWORD cookie) { CoRevokeClassObject(cookie); }
+void mw::RevokeComClass(DWORD cookie) {
+    CoRevokeClassObject(cookie);
+}
 
 bool mw::IsComClassRegistered(REFCLSID clsid) {
     Registry& r = TheRegistry();
@@ -106,7 +113,8 @@ HRESULT WINAPI CoRegisterClassObject(REFCLSID rclsid, LPUNKNOWN pUnk, DWORD dwCl
     Registry& r = TheRegistry();
     std::lock_guard lock(r.mutex);
     DWORD cookie = r.nextCookie++;
-    r.entries.push_back({cookie, rclsid, nullptr, factory, dwClsContext ? dwClsContext : static_cast<DWORD>(CLSCTX_INPROC_SERVER)});
+    r.entries.push_back({cookie, rclsid, nullptr, factory,
+                         dwClsContext ? dwClsContext : static_cast<DWORD>(CLSCTX_INPROC_SERVER)});
     *lpdwRegister = cookie;
     return S_OK;
 }
@@ -126,7 +134,8 @@ HRESULT WINAPI CoRevokeClassObject(DWORD dwRegister) {
     return S_OK;
 }
 
-HRESULT WINAPI CoGetClassObject(REFCLSID rclsid, DWORD dwClsContext, LPVOID, REFIID riid, LPVOID* ppv) {
+HRESULT WINAPI CoGetClassObject(REFCLSID rclsid, DWORD dwClsContext, LPVOID, REFIID riid,
+                                LPVOID* ppv) {
     if (!ppv) return E_INVALIDARG;
     *ppv = nullptr;
     mw::ClassCreator create;
@@ -140,8 +149,8 @@ HRESULT WINAPI CoGetClassObject(REFCLSID rclsid, DWORD dwClsContext, LPVOID, REF
     return CLASS_E_CLASSNOTAVAILABLE;  // registered by creator function only: no class object
 }
 
-HRESULT WINAPI CoCreateInstance(REFCLSID rclsid, LPUNKNOWN pUnkOuter, DWORD dwClsContext, REFIID riid,
-                                LPVOID* ppv) {
+HRESULT WINAPI CoCreateInstance(REFCLSID rclsid, LPUNKNOWN pUnkOuter, DWORD dwClsContext,
+                                REFIID riid, LPVOID* ppv) {
     if (!ppv) return E_POINTER;
     *ppv = nullptr;
     if (tApartment.count == 0) return CO_E_NOTINITIALIZED;
@@ -149,7 +158,8 @@ HRESULT WINAPI CoCreateInstance(REFCLSID rclsid, LPUNKNOWN pUnkOuter, DWORD dwCl
     if (pUnkOuter && !IsEqualIID(riid, IID_IUnknown)) return E_INVALIDARG;
     mw::ClassCreator create;
     IClassFactory* factory = nullptr;
-    if (!(dwClsContext & CLSCTX_INPROC) || !FindClass(rclsid, dwClsContext & CLSCTX_INPROC, &create, &factory))
+    if (!(dwClsContext & CLSCTX_INPROC) ||
+        !FindClass(rclsid, dwClsContext & CLSCTX_INPROC, &create, &factory))
         return REGDB_E_CLASSNOTREG;
     HRESULT hr;
     if (factory) {
@@ -167,9 +177,15 @@ HRESULT WINAPI CoCreateInstance(REFCLSID rclsid, LPUNKNOWN pUnkOuter, DWORD dwCl
 }
 
 // Task memory is the C heap: any thread may free what any other allocated.
-LPVOID WINAPI CoTaskMemAlloc(SIZE_T cb) { return std::malloc(cb ? cb : 1); }
-LPVOID WINAPI CoTaskMemRealloc(LPVOID pv, SIZE_T cb) { return std::realloc(pv, cb ? cb : 1); }
-void WINAPI CoTaskMemFree(LPVOID pv) { std::free(pv); }
+LPVOID WINAPI CoTaskMemAlloc(SIZE_T cb) {
+    return std::malloc(cb ? cb : 1);
+}
+LPVOID WINAPI CoTaskMemRealloc(LPVOID pv, SIZE_T cb) {
+    return std::realloc(pv, cb ? cb : 1);
+}
+void WINAPI CoTaskMemFree(LPVOID pv) {
+    std::free(pv);
+}
 
 LPOLESTR mw::CoTaskMemDup(std::u16string_view text) {
     auto* p = static_cast<LPOLESTR>(CoTaskMemAlloc((text.size() + 1) * sizeof(OLECHAR)));
@@ -192,7 +208,7 @@ HRESULT WINAPI CoCreateGuid(GUID* pguid) {
     }
     std::memcpy(pguid, &a, 8);
     std::memcpy(reinterpret_cast<char*>(pguid) + 8, &b, 8);
-    pguid->Data3 = static_cast<uint16_t>((pguid->Data3 & 0x0FFF) | 0x4000);  // version 4
+    pguid->Data3 = static_cast<uint16_t>((pguid->Data3 & 0x0FFF) | 0x4000);   // version 4
     pguid->Data4[0] = static_cast<uint8_t>((pguid->Data4[0] & 0x3F) | 0x80);  // RFC 4122 variant
     return S_OK;
 }
@@ -200,7 +216,8 @@ HRESULT WINAPI CoCreateGuid(GUID* pguid) {
 int WINAPI StringFromGUID2(REFGUID rguid, LPOLESTR lpsz, int cchMax) {
     std::string s = mw::GuidToString(rguid);
     if (!lpsz || cchMax < static_cast<int>(s.size()) + 1) return 0;
-    for (size_t i = 0; i < s.size(); ++i) lpsz[i] = static_cast<OLECHAR>(s[i]);
+    for (size_t i = 0; i < s.size(); ++i)
+        lpsz[i] = static_cast<OLECHAR>(s[i]);
     lpsz[s.size()] = 0;
     return static_cast<int>(s.size()) + 1;
 }
@@ -211,7 +228,9 @@ HRESULT WINAPI StringFromCLSID(REFCLSID rclsid, LPOLESTR* lplpsz) {
     return *lplpsz ? S_OK : E_OUTOFMEMORY;
 }
 
-HRESULT WINAPI StringFromIID(REFIID rclsid, LPOLESTR* lplpsz) { return StringFromCLSID(rclsid, lplpsz); }
+HRESULT WINAPI StringFromIID(REFIID rclsid, LPOLESTR* lplpsz) {
+    return StringFromCLSID(rclsid, lplpsz);
+}
 
 namespace {
 // The platform reads only the braced form for class and interface ids.

@@ -40,7 +40,8 @@ public:
         if (pcbRead) *pcbRead = 0;
         if (!pv) return STG_E_INVALIDPOINTER;
         std::lock_guard lock(s_->mutex);
-        const size_t n = pos_ >= s_->size ? 0 : static_cast<size_t>(std::min<uint64_t>(cb, s_->size - pos_));
+        const size_t n =
+            pos_ >= s_->size ? 0 : static_cast<size_t>(std::min<uint64_t>(cb, s_->size - pos_));
         if (n) {
             auto* p = static_cast<uint8_t*>(GlobalLock(s_->block));
             if (!p) return E_HANDLE;
@@ -69,14 +70,22 @@ public:
         if (pcbWritten) *pcbWritten = cb;
         return S_OK;
     }
-    STDMETHODIMP Seek(LARGE_INTEGER dlibMove, DWORD dwOrigin, ULARGE_INTEGER* plibNewPosition) override {
+    STDMETHODIMP Seek(LARGE_INTEGER dlibMove, DWORD dwOrigin,
+                      ULARGE_INTEGER* plibNewPosition) override {
         std::lock_guard lock(s_->mutex);
         int64_t base;
         switch (dwOrigin) {
-            case STREAM_SEEK_SET: base = 0; break;
-            case STREAM_SEEK_CUR: base = static_cast<int64_t>(pos_); break;
-            case STREAM_SEEK_END: base = static_cast<int64_t>(s_->size); break;
-            default: return STG_E_INVALIDFUNCTION;
+            case STREAM_SEEK_SET:
+                base = 0;
+                break;
+            case STREAM_SEEK_CUR:
+                base = static_cast<int64_t>(pos_);
+                break;
+            case STREAM_SEEK_END:
+                base = static_cast<int64_t>(s_->size);
+                break;
+            default:
+                return STG_E_INVALIDFUNCTION;
         }
         const int64_t target = base + dlibMove.QuadPart;
         if (target < 0) return STG_E_INVALIDFUNCTION;
@@ -88,12 +97,16 @@ public:
         std::lock_guard lock(s_->mutex);
         return Resize(libNewSize.QuadPart);
     }
-    STDMETHODIMP CopyTo(IStream* pstm, ULARGE_INTEGER cb, ULARGE_INTEGER* pcbRead, ULARGE_INTEGER* pcbWritten) override {
+    STDMETHODIMP CopyTo(IStream* pstm, ULARGE_INTEGER cb, ULARGE_INTEGER* pcbRead,
+                        ULARGE_INTEGER* pcbWritten) override {
         if (!pstm) return STG_E_INVALIDPOINTER;
         std::vector<uint8_t> chunk;
         {
             std::lock_guard lock(s_->mutex);
-            const size_t n = pos_ >= s_->size ? 0 : static_cast<size_t>(std::min<uint64_t>(cb.QuadPart, s_->size - pos_));
+            const size_t n =
+                pos_ >= s_->size
+                    ? 0
+                    : static_cast<size_t>(std::min<uint64_t>(cb.QuadPart, s_->size - pos_));
             if (n) {
                 auto* p = static_cast<uint8_t*>(GlobalLock(s_->block));
                 if (!p) return E_HANDLE;
@@ -103,15 +116,21 @@ public:
             pos_ += n;
         }
         ULONG written = 0;
-        HRESULT hr = chunk.empty() ? S_OK : pstm->Write(chunk.data(), static_cast<ULONG>(chunk.size()), &written);
+        HRESULT hr = chunk.empty()
+                         ? S_OK
+                         : pstm->Write(chunk.data(), static_cast<ULONG>(chunk.size()), &written);
         if (pcbRead) pcbRead->QuadPart = chunk.size();
         if (pcbWritten) pcbWritten->QuadPart = written;
         return hr;
     }
     STDMETHODIMP Commit(DWORD) override { return S_OK; }
     STDMETHODIMP Revert() override { return S_OK; }
-    STDMETHODIMP LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return STG_E_INVALIDFUNCTION; }
-    STDMETHODIMP UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return STG_E_INVALIDFUNCTION; }
+    STDMETHODIMP LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override {
+        return STG_E_INVALIDFUNCTION;
+    }
+    STDMETHODIMP UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override {
+        return STG_E_INVALIDFUNCTION;
+    }
     STDMETHODIMP Stat(STATSTG* pstatstg, DWORD) override {
         if (!pstatstg) return STG_E_INVALIDPOINTER;
         std::memset(pstatstg, 0, sizeof *pstatstg);
@@ -144,7 +163,6 @@ private:
     std::shared_ptr<Shared> s_;
     uint64_t pos_;
 };
-
 
 }  // namespace
 
@@ -205,7 +223,8 @@ HRESULT WINAPI OleLoadFromStream(LPSTREAM pStm, REFIID iidInterface, LPVOID* ppv
     HRESULT hr = ReadClassStm(pStm, &clsid);
     if (FAILED(hr)) return hr;
     ComPtr<IPersistStream> obj;
-    hr = CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IPersistStream, obj.ReleaseAndGetVoidAddress());
+    hr = CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IPersistStream,
+                          obj.ReleaseAndGetVoidAddress());
     if (FAILED(hr)) return hr;
     hr = obj->Load(pStm);
     if (FAILED(hr)) return hr;

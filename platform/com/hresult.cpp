@@ -46,7 +46,8 @@ std::string mw::HResultName(HRESULT hr) {
     const uint32_t code = static_cast<uint32_t>(hr);
     const auto* begin = std::begin(detail::kHResultNames);
     const auto* end = std::end(detail::kHResultNames);
-    const auto* it = std::lower_bound(begin, end, code, [](const detail::HResultName& n, uint32_t c) { return n.code < c; });
+    const auto* it = std::lower_bound(
+        begin, end, code, [](const detail::HResultName& n, uint32_t c) { return n.code < c; });
     if (it != end && it->code == code) return it->name;
     // Win32 errors carried as HRESULTs (facility 7).
     if ((code & 0xFFFF0000u) == 0x80070000u) {

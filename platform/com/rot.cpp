@@ -14,9 +14,10 @@ using mw::com::QueryTable;
 
 FILETIME Now() {
     // 100 ns units since 1601-01-01.
-    const auto since1970 = std::chrono::duration_cast<std::chrono::duration<int64_t, std::ratio<1, 10000000>>>(
-                               std::chrono::system_clock::now().time_since_epoch())
-                               .count();
+    const auto since1970 =
+        std::chrono::duration_cast<std::chrono::duration<int64_t, std::ratio<1, 10000000>>>(
+            std::chrono::system_clock::now().time_since_epoch())
+            .count();
     const uint64_t t = static_cast<uint64_t>(since1970) + 116444736000000000ull;
     return FILETIME{static_cast<DWORD>(t), static_cast<DWORD>(t >> 32)};
 }
@@ -47,16 +48,20 @@ public:
     STDMETHODIMP_(ULONG) AddRef() override { return 2; }
     STDMETHODIMP_(ULONG) Release() override { return 1; }
 
-    STDMETHODIMP Register(DWORD grfFlags, IUnknown* punkObject, IMoniker* pmkObjectName, DWORD* pdwRegister) override {
+    STDMETHODIMP Register(DWORD grfFlags, IUnknown* punkObject, IMoniker* pmkObjectName,
+                          DWORD* pdwRegister) override {
         if (pdwRegister) *pdwRegister = 0;
         if (!punkObject || !pmkObjectName || !pdwRegister) return E_INVALIDARG;
-        if (grfFlags & ~(ROTFLAGS_REGISTRATIONKEEPSALIVE | ROTFLAGS_ALLOWANYCLIENT)) return E_INVALIDARG;
+        if (grfFlags & ~(ROTFLAGS_REGISTRATIONKEEPSALIVE | ROTFLAGS_ALLOWANYCLIENT))
+            return E_INVALIDARG;
         std::u16string name = NameOf(pmkObjectName);
         if (name.empty()) return E_INVALIDARG;
-        Entry e{0, ComPtr<IUnknown>(punkObject), ComPtr<IMoniker>(pmkObjectName), std::move(name), Now()};
+        Entry e{0, ComPtr<IUnknown>(punkObject), ComPtr<IMoniker>(pmkObjectName), std::move(name),
+                Now()};
         std::lock_guard lock(mutex_);
-        const bool duplicate = std::any_of(entries_.begin(), entries_.end(),
-                                           [&](const Entry& x) { return mw::U16EqualNoCase(x.name, e.name); });
+        const bool duplicate = std::any_of(entries_.begin(), entries_.end(), [&](const Entry& x) {
+            return mw::U16EqualNoCase(x.name, e.name);
+        });
         e.cookie = nextCookie_++;
         *pdwRegister = e.cookie;
         entries_.push_back(std::move(e));
@@ -67,7 +72,8 @@ public:
         Entry dropped;
         {
             std::lock_guard lock(mutex_);
-            auto it = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& x) { return x.cookie == dwRegister; });
+            auto it = std::find_if(entries_.begin(), entries_.end(),
+                                   [&](const Entry& x) { return x.cookie == dwRegister; });
             if (it == entries_.end()) return E_INVALIDARG;
             dropped = std::move(*it);
             entries_.erase(it);
@@ -120,7 +126,8 @@ public:
         std::vector<ComPtr<IMoniker>> monikers;
         {
             std::lock_guard lock(mutex_);
-            for (const auto& e : entries_) monikers.push_back(e.moniker);
+            for (const auto& e : entries_)
+                monikers.push_back(e.moniker);
         }
         return mw::CreateMonikerEnumerator(std::move(monikers), ppenumMoniker);
     }

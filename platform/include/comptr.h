@@ -62,7 +62,9 @@ public:
         return &p_;
     }
     T** GetAddressOf() noexcept { return &p_; }
-    void** ReleaseAndGetVoidAddress() noexcept { return reinterpret_cast<void**>(ReleaseAndGetAddressOf()); }
+    void** ReleaseAndGetVoidAddress() noexcept {
+        return reinterpret_cast<void**>(ReleaseAndGetAddressOf());
+    }
 
     // QueryInterface into another smart pointer.
     template <class U>

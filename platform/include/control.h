@@ -27,7 +27,8 @@ typedef LONG_PTR OAHWND;
 typedef LONG_PTR OAEVENT;
 typedef double REFTIME;  // seconds
 
-DEFINE_GUID(IID_IAMCollection, 0x56A868B9, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
+DEFINE_GUID(IID_IAMCollection, 0x56A868B9, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7,
+            0x70);
 struct IAMCollection : public IDispatch {
     STDMETHOD(get_Count)(LONG* plCount) PURE;
     STDMETHOD(Item)(LONG lItem, IUnknown** ppUnk) PURE;
@@ -35,7 +36,8 @@ struct IAMCollection : public IDispatch {
 };
 MW_DECLARE_IID(IAMCollection, IID_IAMCollection);
 
-DEFINE_GUID(IID_IMediaControl, 0x56A868B1, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
+DEFINE_GUID(IID_IMediaControl, 0x56A868B1, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7,
+            0x70);
 struct IMediaControl : public IDispatch {
     STDMETHOD(Run)() PURE;
     STDMETHOD(Pause)() PURE;
@@ -49,10 +51,12 @@ struct IMediaControl : public IDispatch {
 };
 MW_DECLARE_IID(IMediaControl, IID_IMediaControl);
 
-DEFINE_GUID(IID_IMediaEvent, 0x56A868B6, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
+DEFINE_GUID(IID_IMediaEvent, 0x56A868B6, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7,
+            0x70);
 struct IMediaEvent : public IDispatch {
     STDMETHOD(GetEventHandle)(OAEVENT* hEvent) PURE;
-    STDMETHOD(GetEvent)(LONG* lEventCode, LONG_PTR* lParam1, LONG_PTR* lParam2, LONG msTimeout) PURE;
+    STDMETHOD(GetEvent)
+    (LONG* lEventCode, LONG_PTR* lParam1, LONG_PTR* lParam2, LONG msTimeout) PURE;
     STDMETHOD(WaitForCompletion)(LONG msTimeout, LONG* pEvCode) PURE;
     STDMETHOD(CancelDefaultHandling)(LONG lEvCode) PURE;
     STDMETHOD(RestoreDefaultHandling)(LONG lEvCode) PURE;
@@ -60,7 +64,8 @@ struct IMediaEvent : public IDispatch {
 };
 MW_DECLARE_IID(IMediaEvent, IID_IMediaEvent);
 
-DEFINE_GUID(IID_IMediaEventEx, 0x56A868C0, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
+DEFINE_GUID(IID_IMediaEventEx, 0x56A868C0, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7,
+            0x70);
 struct IMediaEventEx : public IMediaEvent {
     STDMETHOD(SetNotifyWindow)(OAHWND hwnd, LONG lMsg, LONG_PTR lInstanceData) PURE;
     STDMETHOD(SetNotifyFlags)(LONG lNoNotifyFlags) PURE;
@@ -68,7 +73,8 @@ struct IMediaEventEx : public IMediaEvent {
 };
 MW_DECLARE_IID(IMediaEventEx, IID_IMediaEventEx);
 
-DEFINE_GUID(IID_IMediaPosition, 0x56A868B2, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
+DEFINE_GUID(IID_IMediaPosition, 0x56A868B2, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B,
+            0xA7, 0x70);
 struct IMediaPosition : public IDispatch {
     STDMETHOD(get_Duration)(REFTIME* plength) PURE;
     STDMETHOD(put_CurrentPosition)(REFTIME llTime) PURE;
@@ -84,7 +90,8 @@ struct IMediaPosition : public IDispatch {
 };
 MW_DECLARE_IID(IMediaPosition, IID_IMediaPosition);
 
-DEFINE_GUID(IID_IBasicAudio, 0x56A868B3, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
+DEFINE_GUID(IID_IBasicAudio, 0x56A868B3, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7,
+            0x70);
 struct IBasicAudio : public IDispatch {
     STDMETHOD(put_Volume)(LONG lVolume) PURE;
     STDMETHOD(get_Volume)(LONG* plVolume) PURE;
@@ -93,7 +100,8 @@ struct IBasicAudio : public IDispatch {
 };
 MW_DECLARE_IID(IBasicAudio, IID_IBasicAudio);
 
-DEFINE_GUID(IID_IVideoWindow, 0x56A868B4, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
+DEFINE_GUID(IID_IVideoWindow, 0x56A868B4, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7,
+            0x70);
 struct IVideoWindow : public IDispatch {
     STDMETHOD(put_Caption)(BSTR strCaption) PURE;
     STDMETHOD(get_Caption)(BSTR* strCaption) PURE;
@@ -137,7 +145,8 @@ struct IVideoWindow : public IDispatch {
 };
 MW_DECLARE_IID(IVideoWindow, IID_IVideoWindow);
 
-DEFINE_GUID(IID_IBasicVideo, 0x56A868B5, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
+DEFINE_GUID(IID_IBasicVideo, 0x56A868B5, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7,
+            0x70);
 struct IBasicVideo : public IDispatch {
     STDMETHOD(get_AvgTimePerFrame)(REFTIME* pAvgTimePerFrame) PURE;
     STDMETHOD(get_BitRate)(LONG* pBitRate) PURE;
@@ -167,20 +176,23 @@ struct IBasicVideo : public IDispatch {
     STDMETHOD(GetDestinationPosition)(LONG* pLeft, LONG* pTop, LONG* pWidth, LONG* pHeight) PURE;
     STDMETHOD(SetDefaultDestinationPosition)() PURE;
     STDMETHOD(GetVideoSize)(LONG* pWidth, LONG* pHeight) PURE;
-    STDMETHOD(GetVideoPaletteEntries)(LONG StartIndex, LONG Entries, LONG* pRetrieved, LONG* pPalette) PURE;
+    STDMETHOD(GetVideoPaletteEntries)
+    (LONG StartIndex, LONG Entries, LONG* pRetrieved, LONG* pPalette) PURE;
     STDMETHOD(GetCurrentImage)(LONG* pBufferSize, LONG* pDIBImage) PURE;
     STDMETHOD(IsUsingDefaultSource)() PURE;
     STDMETHOD(IsUsingDefaultDestination)() PURE;
 };
 MW_DECLARE_IID(IBasicVideo, IID_IBasicVideo);
 
-DEFINE_GUID(IID_IBasicVideo2, 0x329BB360, 0xF6EA, 0x11D1, 0x90, 0x38, 0x00, 0xA0, 0xC9, 0x69, 0x72, 0x98);
+DEFINE_GUID(IID_IBasicVideo2, 0x329BB360, 0xF6EA, 0x11D1, 0x90, 0x38, 0x00, 0xA0, 0xC9, 0x69, 0x72,
+            0x98);
 struct IBasicVideo2 : public IBasicVideo {
     STDMETHOD(GetPreferredAspectRatio)(LONG* plAspectX, LONG* plAspectY) PURE;
 };
 MW_DECLARE_IID(IBasicVideo2, IID_IBasicVideo2);
 
-DEFINE_GUID(IID_IDeferredCommand, 0x56A868B8, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
+DEFINE_GUID(IID_IDeferredCommand, 0x56A868B8, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B,
+            0xA7, 0x70);
 struct IDeferredCommand : public IUnknown {
     STDMETHOD(Cancel)() PURE;
     STDMETHOD(Confidence)(LONG* pConfidence) PURE;
@@ -189,14 +201,20 @@ struct IDeferredCommand : public IUnknown {
 };
 MW_DECLARE_IID(IDeferredCommand, IID_IDeferredCommand);
 
-DEFINE_GUID(IID_IQueueCommand, 0x56A868B7, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
+DEFINE_GUID(IID_IQueueCommand, 0x56A868B7, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7,
+            0x70);
 struct IQueueCommand : public IUnknown {
-    STDMETHOD(InvokeAtStreamTime)(IDeferredCommand** pCmd, REFTIME time, GUID* iid, LONG dispidMethod, short wFlags, LONG cArgs, VARIANT* pDispParams, VARIANT* pvarResult, short* puArgErr) PURE;
-    STDMETHOD(InvokeAtPresentationTime)(IDeferredCommand** pCmd, REFTIME time, GUID* iid, LONG dispidMethod, short wFlags, LONG cArgs, VARIANT* pDispParams, VARIANT* pvarResult, short* puArgErr) PURE;
+    STDMETHOD(InvokeAtStreamTime)
+    (IDeferredCommand** pCmd, REFTIME time, GUID* iid, LONG dispidMethod, short wFlags, LONG cArgs,
+     VARIANT* pDispParams, VARIANT* pvarResult, short* puArgErr) PURE;
+    STDMETHOD(InvokeAtPresentationTime)
+    (IDeferredCommand** pCmd, REFTIME time, GUID* iid, LONG dispidMethod, short wFlags, LONG cArgs,
+     VARIANT* pDispParams, VARIANT* pvarResult, short* puArgErr) PURE;
 };
 MW_DECLARE_IID(IQueueCommand, IID_IQueueCommand);
 
-DEFINE_GUID(IID_IFilterInfo, 0x56A868BA, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
+DEFINE_GUID(IID_IFilterInfo, 0x56A868BA, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7,
+            0x70);
 struct IFilterInfo : public IDispatch {
     STDMETHOD(FindPin)(BSTR strPinID, IDispatch** ppUnk) PURE;
     STDMETHOD(get_Name)(BSTR* strName) PURE;
@@ -209,21 +227,24 @@ struct IFilterInfo : public IDispatch {
 };
 MW_DECLARE_IID(IFilterInfo, IID_IFilterInfo);
 
-DEFINE_GUID(IID_IRegFilterInfo, 0x56A868BB, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
+DEFINE_GUID(IID_IRegFilterInfo, 0x56A868BB, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B,
+            0xA7, 0x70);
 struct IRegFilterInfo : public IDispatch {
     STDMETHOD(get_Name)(BSTR* strName) PURE;
     STDMETHOD(Filter)(IDispatch** ppUnk) PURE;
 };
 MW_DECLARE_IID(IRegFilterInfo, IID_IRegFilterInfo);
 
-DEFINE_GUID(IID_IMediaTypeInfo, 0x56A868BC, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
+DEFINE_GUID(IID_IMediaTypeInfo, 0x56A868BC, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B,
+            0xA7, 0x70);
 struct IMediaTypeInfo : public IDispatch {
     STDMETHOD(get_Type)(BSTR* strType) PURE;
     STDMETHOD(get_Subtype)(BSTR* strType) PURE;
 };
 MW_DECLARE_IID(IMediaTypeInfo, IID_IMediaTypeInfo);
 
-DEFINE_GUID(IID_IPinInfo, 0x56A868BD, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
+DEFINE_GUID(IID_IPinInfo, 0x56A868BD, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7,
+            0x70);
 struct IPinInfo : public IDispatch {
     STDMETHOD(get_Pin)(IUnknown** ppUnk) PURE;
     STDMETHOD(get_ConnectedTo)(IDispatch** ppUnk) PURE;
@@ -241,18 +262,24 @@ struct IPinInfo : public IDispatch {
 };
 MW_DECLARE_IID(IPinInfo, IID_IPinInfo);
 
-DEFINE_GUID(IID_IAMStats, 0xBC9BCF80, 0xDCD2, 0x11D2, 0xAB, 0xF6, 0x00, 0xA0, 0xC9, 0x05, 0xF3, 0x75);
+DEFINE_GUID(IID_IAMStats, 0xBC9BCF80, 0xDCD2, 0x11D2, 0xAB, 0xF6, 0x00, 0xA0, 0xC9, 0x05, 0xF3,
+            0x75);
 struct IAMStats : public IDispatch {
     STDMETHOD(Reset)() PURE;
     STDMETHOD(get_Count)(LONG* plCount) PURE;
-    STDMETHOD(GetValueByIndex)(LONG lIndex, BSTR* szName, LONG* lCount, double* dLast, double* dAverage, double* dStdDev, double* dMin, double* dMax) PURE;
-    STDMETHOD(GetValueByName)(BSTR szName, LONG* lIndex, LONG* lCount, double* dLast, double* dAverage, double* dStdDev, double* dMin, double* dMax) PURE;
+    STDMETHOD(GetValueByIndex)
+    (LONG lIndex, BSTR* szName, LONG* lCount, double* dLast, double* dAverage, double* dStdDev,
+     double* dMin, double* dMax) PURE;
+    STDMETHOD(GetValueByName)
+    (BSTR szName, LONG* lIndex, LONG* lCount, double* dLast, double* dAverage, double* dStdDev,
+     double* dMin, double* dMax) PURE;
     STDMETHOD(GetIndex)(BSTR szName, LONG lCreate, LONG* plIndex) PURE;
     STDMETHOD(AddValue)(LONG lIndex, double dValue) PURE;
 };
 MW_DECLARE_IID(IAMStats, IID_IAMStats);
 
-DEFINE_GUID(CLSID_FilgraphManager, 0xE436EBB3, 0x524F, 0x11CE, 0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
+DEFINE_GUID(CLSID_FilgraphManager, 0xE436EBB3, 0x524F, 0x11CE, 0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B,
+            0xA7, 0x70);
 
 // IMediaEventEx::SetNotifyFlags.
 constexpr LONG AM_MEDIAEVENT_NONOTIFY = 0x01;

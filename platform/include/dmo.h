@@ -1,7 +1,7 @@
 // Umbrella of the media object declarations.
 #pragma once
 
-#include "mediaerr.h"
-#include "mediaobj.h"
 #include "dmoreg.h"
 #include "dmort.h"
+#include "mediaerr.h"
+#include "mediaobj.h"

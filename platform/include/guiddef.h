@@ -1,4 +1,5 @@
-// GUID with comparison, hashing and the platform's text form "{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}".
+// GUID with comparison, hashing and the platform's text form
+// "{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}".
 #pragma once
 
 #include <cstring>
@@ -31,10 +32,18 @@ constexpr bool IsEqualGUID(const GUID& a, const GUID& b) {
         if (a.Data4[i] != b.Data4[i]) return false;
     return true;
 }
-constexpr bool IsEqualIID(const IID& a, const IID& b) { return IsEqualGUID(a, b); }
-constexpr bool IsEqualCLSID(const CLSID& a, const CLSID& b) { return IsEqualGUID(a, b); }
-constexpr bool operator==(const GUID& a, const GUID& b) { return IsEqualGUID(a, b); }
-inline bool operator<(const GUID& a, const GUID& b) { return std::memcmp(&a, &b, sizeof(GUID)) < 0; }
+constexpr bool IsEqualIID(const IID& a, const IID& b) {
+    return IsEqualGUID(a, b);
+}
+constexpr bool IsEqualCLSID(const CLSID& a, const CLSID& b) {
+    return IsEqualGUID(a, b);
+}
+constexpr bool operator==(const GUID& a, const GUID& b) {
+    return IsEqualGUID(a, b);
+}
+inline bool operator<(const GUID& a, const GUID& b) {
+    return std::memcmp(&a, &b, sizeof(GUID)) < 0;
+}
 
 // Declares a GUID constant with its published value; usable in headers (one definition).
 #define DEFINE_GUID(name, l, w1, w2, b1, b2, b3, b4, b5, b6, b7, b8) \

@@ -60,17 +60,20 @@ typedef struct _MP_ENVELOPE_SEGMENT {
 // Every parameter (the index argument of IMediaParams).
 constexpr DWORD DWORD_ALLPARAMS = 0xFFFFFFFF;
 
-DEFINE_GUID(IID_IMediaParams, 0x6D6CBB61, 0xA223, 0x44AA, 0x84, 0x2F, 0xA2, 0xF0, 0x67, 0x50, 0xBE, 0x6E);
+DEFINE_GUID(IID_IMediaParams, 0x6D6CBB61, 0xA223, 0x44AA, 0x84, 0x2F, 0xA2, 0xF0, 0x67, 0x50, 0xBE,
+            0x6E);
 struct IMediaParams : public IUnknown {
     STDMETHOD(AddEnvelope)(DWORD dwParamIndex, DWORD cPoints, MP_ENVELOPE_SEGMENT* pEnvelope) PURE;
-    STDMETHOD(FlushEnvelope)(DWORD dwParamIndex, REFERENCE_TIME refTimeStart, REFERENCE_TIME refTimeEnd) PURE;
+    STDMETHOD(FlushEnvelope)
+    (DWORD dwParamIndex, REFERENCE_TIME refTimeStart, REFERENCE_TIME refTimeEnd) PURE;
     STDMETHOD(GetParam)(DWORD dwParamIndex, MP_DATA* pValue) PURE;
     STDMETHOD(SetParam)(DWORD dwParamIndex, MP_DATA value) PURE;
     STDMETHOD(SetTimeFormat)(GUID guidTimeFormat, MP_TIMEDATA mpTimeData) PURE;
 };
 MW_DECLARE_IID(IMediaParams, IID_IMediaParams);
 
-DEFINE_GUID(IID_IMediaParamInfo, 0x6D6CBB60, 0xA223, 0x44AA, 0x84, 0x2F, 0xA2, 0xF0, 0x67, 0x50, 0xBE, 0x6D);
+DEFINE_GUID(IID_IMediaParamInfo, 0x6D6CBB60, 0xA223, 0x44AA, 0x84, 0x2F, 0xA2, 0xF0, 0x67, 0x50,
+            0xBE, 0x6D);
 struct IMediaParamInfo : public IUnknown {
     STDMETHOD(GetParamCount)(DWORD* pdwParams) PURE;
     STDMETHOD(GetParamInfo)(DWORD dwParamIndex, MP_PARAMINFO* pInfo) PURE;

@@ -47,8 +47,7 @@ constexpr UINT ACM_METRIC_MAX_SIZE_FILTER = 51;
 constexpr UINT ACM_METRIC_DRIVER_SUPPORT = 100;
 constexpr UINT ACM_METRIC_DRIVER_PRIORITY = 101;
 
-typedef BOOL(CALLBACK* ACMDRIVERENUMCB)(HACMDRIVERID hadid, DWORD_PTR dwInstance,
-                                        DWORD fdwSupport);
+typedef BOOL(CALLBACK* ACMDRIVERENUMCB)(HACMDRIVERID hadid, DWORD_PTR dwInstance, DWORD fdwSupport);
 constexpr DWORD ACM_DRIVERENUMF_NOLOCAL = 0x40000000;
 constexpr DWORD ACM_DRIVERENUMF_DISABLED = 0x80000000;
 
@@ -241,8 +240,7 @@ MMRESULT WINAPI acmStreamOpen(LPHACMSTREAM phas, HACMDRIVER had, LPWAVEFORMATEX 
                               LPWAVEFORMATEX pwfxDst, LPWAVEFILTER pwfltr, DWORD_PTR dwCallback,
                               DWORD_PTR dwInstance, DWORD fdwOpen);
 MMRESULT WINAPI acmStreamClose(HACMSTREAM has, DWORD fdwClose);
-MMRESULT WINAPI acmStreamSize(HACMSTREAM has, DWORD cbInput, LPDWORD pdwOutputBytes,
-                              DWORD fdwSize);
+MMRESULT WINAPI acmStreamSize(HACMSTREAM has, DWORD cbInput, LPDWORD pdwOutputBytes, DWORD fdwSize);
 MMRESULT WINAPI acmStreamReset(HACMSTREAM has, DWORD fdwReset);
 MMRESULT WINAPI acmStreamConvert(HACMSTREAM has, LPACMSTREAMHEADER pash, DWORD fdwConvert);
 MMRESULT WINAPI acmStreamPrepareHeader(HACMSTREAM has, LPACMSTREAMHEADER pash, DWORD fdwPrepare);

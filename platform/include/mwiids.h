@@ -6,6 +6,9 @@
 // this project carries a null pointer (see the platform notes); callers skip it.
 #pragma once
 
+// One GUID a line: a table is easier to read unwrapped.
+// clang-format off
+
 #include "control.h"
 #include "dmodshow.h"
 #include "mediaobj.h"
@@ -582,3 +585,4 @@ inline constexpr InterfaceNameRow kMwInterfaceNameTable[] = {
 };
 static_assert(sizeof(kMwInterfaceNameTable) / sizeof(kMwInterfaceNameTable[0]) == 383);
 }  // namespace mw
+// clang-format on

@@ -242,16 +242,21 @@ constexpr WORD DISPATCH_PROPERTYGET = 0x2;
 constexpr WORD DISPATCH_PROPERTYPUT = 0x4;
 constexpr WORD DISPATCH_PROPERTYPUTREF = 0x8;
 
-DEFINE_GUID(IID_IDispatch, 0x00020400, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IDispatch, 0x00020400, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x46);
 struct IDispatch : public IUnknown {
     STDMETHOD(GetTypeInfoCount)(UINT* pctinfo) PURE;
     STDMETHOD(GetTypeInfo)(UINT iTInfo, LCID lcid, ITypeInfo** ppTInfo) PURE;
-    STDMETHOD(GetIDsOfNames)(REFIID riid, LPOLESTR* rgszNames, UINT cNames, LCID lcid, DISPID* rgDispId) PURE;
-    STDMETHOD(Invoke)(DISPID dispIdMember, REFIID riid, LCID lcid, WORD wFlags, DISPPARAMS* pDispParams, VARIANT* pVarResult, EXCEPINFO* pExcepInfo, UINT* puArgErr) PURE;
+    STDMETHOD(GetIDsOfNames)
+    (REFIID riid, LPOLESTR* rgszNames, UINT cNames, LCID lcid, DISPID* rgDispId) PURE;
+    STDMETHOD(Invoke)
+    (DISPID dispIdMember, REFIID riid, LCID lcid, WORD wFlags, DISPPARAMS* pDispParams,
+     VARIANT* pVarResult, EXCEPINFO* pExcepInfo, UINT* puArgErr) PURE;
 };
 MW_DECLARE_IID(IDispatch, IID_IDispatch);
 
-DEFINE_GUID(IID_IEnumVARIANT, 0x00020404, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IEnumVARIANT, 0x00020404, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x46);
 struct IEnumVARIANT : public IUnknown {
     STDMETHOD(Next)(ULONG celt, VARIANT* rgVar, ULONG* pCeltFetched) PURE;
     STDMETHOD(Skip)(ULONG celt) PURE;
@@ -260,7 +265,8 @@ struct IEnumVARIANT : public IUnknown {
 };
 MW_DECLARE_IID(IEnumVARIANT, IID_IEnumVARIANT);
 
-DEFINE_GUID(IID_IErrorInfo, 0x1CF2B120, 0x547D, 0x101B, 0x8E, 0x65, 0x08, 0x00, 0x2B, 0x2B, 0xD1, 0x19);
+DEFINE_GUID(IID_IErrorInfo, 0x1CF2B120, 0x547D, 0x101B, 0x8E, 0x65, 0x08, 0x00, 0x2B, 0x2B, 0xD1,
+            0x19);
 struct IErrorInfo : public IUnknown {
     STDMETHOD(GetGUID)(GUID* pGUID) PURE;
     STDMETHOD(GetSource)(BSTR* pBstrSource) PURE;
@@ -270,7 +276,8 @@ struct IErrorInfo : public IUnknown {
 };
 MW_DECLARE_IID(IErrorInfo, IID_IErrorInfo);
 
-DEFINE_GUID(IID_ICreateErrorInfo, 0x22F03340, 0x547D, 0x101B, 0x8E, 0x65, 0x08, 0x00, 0x2B, 0x2B, 0xD1, 0x19);
+DEFINE_GUID(IID_ICreateErrorInfo, 0x22F03340, 0x547D, 0x101B, 0x8E, 0x65, 0x08, 0x00, 0x2B, 0x2B,
+            0xD1, 0x19);
 struct ICreateErrorInfo : public IUnknown {
     STDMETHOD(SetGUID)(REFGUID rguid) PURE;
     STDMETHOD(SetSource)(LPOLESTR szSource) PURE;
@@ -280,19 +287,22 @@ struct ICreateErrorInfo : public IUnknown {
 };
 MW_DECLARE_IID(ICreateErrorInfo, IID_ICreateErrorInfo);
 
-DEFINE_GUID(IID_ISupportErrorInfo, 0xDF0B3D60, 0x548F, 0x101B, 0x8E, 0x65, 0x08, 0x00, 0x2B, 0x2B, 0xD1, 0x19);
+DEFINE_GUID(IID_ISupportErrorInfo, 0xDF0B3D60, 0x548F, 0x101B, 0x8E, 0x65, 0x08, 0x00, 0x2B, 0x2B,
+            0xD1, 0x19);
 struct ISupportErrorInfo : public IUnknown {
     STDMETHOD(InterfaceSupportsErrorInfo)(REFIID riid) PURE;
 };
 MW_DECLARE_IID(ISupportErrorInfo, IID_ISupportErrorInfo);
 
-DEFINE_GUID(IID_IErrorLog, 0x3127CA40, 0x446E, 0x11CE, 0x81, 0x35, 0x00, 0xAA, 0x00, 0x4B, 0xB8, 0x51);
+DEFINE_GUID(IID_IErrorLog, 0x3127CA40, 0x446E, 0x11CE, 0x81, 0x35, 0x00, 0xAA, 0x00, 0x4B, 0xB8,
+            0x51);
 struct IErrorLog : public IUnknown {
     STDMETHOD(AddError)(LPCOLESTR pszPropName, EXCEPINFO* pExcepInfo) PURE;
 };
 MW_DECLARE_IID(IErrorLog, IID_IErrorLog);
 
-DEFINE_GUID(IID_IPropertyBag, 0x55272A00, 0x42CB, 0x11CE, 0x81, 0x35, 0x00, 0xAA, 0x00, 0x4B, 0xB8, 0x51);
+DEFINE_GUID(IID_IPropertyBag, 0x55272A00, 0x42CB, 0x11CE, 0x81, 0x35, 0x00, 0xAA, 0x00, 0x4B, 0xB8,
+            0x51);
 struct IPropertyBag : public IUnknown {
     STDMETHOD(Read)(LPCOLESTR pszPropName, VARIANT* pVar, IErrorLog* pErrorLog) PURE;
     STDMETHOD(Write)(LPCOLESTR pszPropName, VARIANT* pVar) PURE;

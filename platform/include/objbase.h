@@ -8,8 +8,8 @@
 // platform does. Task memory may be freed on any thread.
 #pragma once
 
-#include "objidl.h"
 #include "oaidl.h"
+#include "objidl.h"
 #include "winerror.h"
 
 typedef IID* LPIID;
@@ -29,8 +29,8 @@ typedef enum tagCLSCTX {
 } CLSCTX;
 constexpr DWORD CLSCTX_INPROC = CLSCTX_INPROC_SERVER | CLSCTX_INPROC_HANDLER;
 constexpr DWORD CLSCTX_SERVER = CLSCTX_INPROC_SERVER | CLSCTX_LOCAL_SERVER | CLSCTX_REMOTE_SERVER;
-constexpr DWORD CLSCTX_ALL = CLSCTX_INPROC_SERVER | CLSCTX_INPROC_HANDLER | CLSCTX_LOCAL_SERVER |
-                             CLSCTX_REMOTE_SERVER;
+constexpr DWORD CLSCTX_ALL =
+    CLSCTX_INPROC_SERVER | CLSCTX_INPROC_HANDLER | CLSCTX_LOCAL_SERVER | CLSCTX_REMOTE_SERVER;
 
 typedef enum tagCOINIT {
     COINIT_APARTMENTTHREADED = 0x2,
@@ -88,8 +88,8 @@ void WINAPI CoUninitialize();
 // E_NOINTERFACE. No context among CLSCTX_INPROC_SERVER/HANDLER: REGDB_E_CLASSNOTREG.
 HRESULT WINAPI CoCreateInstance(REFCLSID rclsid, LPUNKNOWN pUnkOuter, DWORD dwClsContext,
                                 REFIID riid, LPVOID* ppv);
-HRESULT WINAPI CoGetClassObject(REFCLSID rclsid, DWORD dwClsContext, LPVOID pvReserved,
-                                REFIID riid, LPVOID* ppv);
+HRESULT WINAPI CoGetClassObject(REFCLSID rclsid, DWORD dwClsContext, LPVOID pvReserved, REFIID riid,
+                                LPVOID* ppv);
 HRESULT WINAPI CoRegisterClassObject(REFCLSID rclsid, LPUNKNOWN pUnk, DWORD dwClsContext,
                                      DWORD flags, LPDWORD lpdwRegister);
 HRESULT WINAPI CoRevokeClassObject(DWORD dwRegister);
@@ -106,15 +106,14 @@ int WINAPI StringFromGUID2(REFGUID rguid, LPOLESTR lpsz, int cchMax);
 HRESULT WINAPI StringFromCLSID(REFCLSID rclsid, LPOLESTR* lplpsz);  // CoTaskMem text
 HRESULT WINAPI StringFromIID(REFIID rclsid, LPOLESTR* lplpsz);
 HRESULT WINAPI CLSIDFromString(LPCOLESTR lpsz, LPCLSID pclsid);  // CO_E_CLASSSTRING if bad
-HRESULT WINAPI IIDFromString(LPCOLESTR lpsz, LPIID lpiid);        // E_INVALIDARG if bad
+HRESULT WINAPI IIDFromString(LPCOLESTR lpsz, LPIID lpiid);       // E_INVALIDARG if bad
 
 // Bind contexts and display names. MkParseDisplayName understands the device monikers
 // "@device:<kind>:<rest>" and "@device:*:{category}" (the category's default device):
 // MK_E_SYNTAX for text it cannot read, MK_E_NOOBJECT for a device that is not installed,
 // E_INVALIDARG for a null bind context. *pchEaten is the number of characters taken.
 HRESULT WINAPI CreateBindCtx(DWORD reserved, LPBC* ppbc);
-HRESULT WINAPI MkParseDisplayName(LPBC pbc, LPCOLESTR szUserName, ULONG* pchEaten,
-                                  LPMONIKER* ppmk);
+HRESULT WINAPI MkParseDisplayName(LPBC pbc, LPCOLESTR szUserName, ULONG* pchEaten, LPMONIKER* ppmk);
 HRESULT WINAPI CreateItemMoniker(LPCOLESTR lpszDelim, LPCOLESTR lpszItem, LPMONIKER* ppmk);
 HRESULT WINAPI BindMoniker(LPMONIKER pmk, DWORD grfOpt, REFIID iidResult, LPVOID* ppvResult);
 

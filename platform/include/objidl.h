@@ -39,11 +39,7 @@ typedef enum tagSTREAM_SEEK {
     STREAM_SEEK_END = 2
 } STREAM_SEEK;
 
-typedef enum tagLOCKTYPE {
-    LOCK_WRITE = 1,
-    LOCK_EXCLUSIVE = 2,
-    LOCK_ONLYONCE = 4
-} LOCKTYPE;
+typedef enum tagLOCKTYPE { LOCK_WRITE = 1, LOCK_EXCLUSIVE = 2, LOCK_ONLYONCE = 4 } LOCKTYPE;
 
 typedef enum tagSTATFLAG {
     STATFLAG_DEFAULT = 0,
@@ -59,11 +55,7 @@ typedef enum tagSTGC {
     STGC_CONSOLIDATE = 8
 } STGC;
 
-typedef enum tagSTGMOVE {
-    STGMOVE_MOVE = 0,
-    STGMOVE_COPY = 1,
-    STGMOVE_SHALLOWCOPY = 2
-} STGMOVE;
+typedef enum tagSTGMOVE { STGMOVE_MOVE = 0, STGMOVE_COPY = 1, STGMOVE_SHALLOWCOPY = 2 } STGMOVE;
 
 typedef enum tagMKSYS {
     MKSYS_NONE = 0,
@@ -85,10 +77,7 @@ typedef enum tagMKREDUCE {
     MKRREDUCE_ALL = 0
 } MKRREDUCE;
 
-typedef enum tagBIND_FLAGS {
-    BIND_MAYBOTHERUSER = 1,
-    BIND_JUSTTESTEXISTENCE = 2
-} BIND_FLAGS;
+typedef enum tagBIND_FLAGS { BIND_MAYBOTHERUSER = 1, BIND_JUSTTESTEXISTENCE = 2 } BIND_FLAGS;
 
 typedef struct tagSTATSTG {
     LPOLESTR pwcsName;
@@ -125,7 +114,8 @@ constexpr DWORD ROTFLAGS_REGISTRATIONKEEPSALIVE = 0x1;
 constexpr DWORD ROTFLAGS_ALLOWANYCLIENT = 0x2;
 constexpr DWORD ROT_COMPARE_MAX = 2048;
 
-DEFINE_GUID(IID_IEnumUnknown, 0x00000100, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IEnumUnknown, 0x00000100, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x46);
 struct IEnumUnknown : public IUnknown {
     STDMETHOD(Next)(ULONG celt, IUnknown** rgelt, ULONG* pceltFetched) PURE;
     STDMETHOD(Skip)(ULONG celt) PURE;
@@ -134,7 +124,8 @@ struct IEnumUnknown : public IUnknown {
 };
 MW_DECLARE_IID(IEnumUnknown, IID_IEnumUnknown);
 
-DEFINE_GUID(IID_IEnumString, 0x00000101, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IEnumString, 0x00000101, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x46);
 struct IEnumString : public IUnknown {
     STDMETHOD(Next)(ULONG celt, LPOLESTR* rgelt, ULONG* pceltFetched) PURE;
     STDMETHOD(Skip)(ULONG celt) PURE;
@@ -143,18 +134,21 @@ struct IEnumString : public IUnknown {
 };
 MW_DECLARE_IID(IEnumString, IID_IEnumString);
 
-DEFINE_GUID(IID_ISequentialStream, 0x0C733A30, 0x2A1C, 0x11CE, 0xAD, 0xE5, 0x00, 0xAA, 0x00, 0x44, 0x77, 0x3D);
+DEFINE_GUID(IID_ISequentialStream, 0x0C733A30, 0x2A1C, 0x11CE, 0xAD, 0xE5, 0x00, 0xAA, 0x00, 0x44,
+            0x77, 0x3D);
 struct ISequentialStream : public IUnknown {
     STDMETHOD(Read)(void* pv, ULONG cb, ULONG* pcbRead) PURE;
     STDMETHOD(Write)(const void* pv, ULONG cb, ULONG* pcbWritten) PURE;
 };
 MW_DECLARE_IID(ISequentialStream, IID_ISequentialStream);
 
-DEFINE_GUID(IID_IStream, 0x0000000C, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IStream, 0x0000000C, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x46);
 struct IStream : public ISequentialStream {
     STDMETHOD(Seek)(LARGE_INTEGER dlibMove, DWORD dwOrigin, ULARGE_INTEGER* plibNewPosition) PURE;
     STDMETHOD(SetSize)(ULARGE_INTEGER libNewSize) PURE;
-    STDMETHOD(CopyTo)(IStream* pstm, ULARGE_INTEGER cb, ULARGE_INTEGER* pcbRead, ULARGE_INTEGER* pcbWritten) PURE;
+    STDMETHOD(CopyTo)
+    (IStream* pstm, ULARGE_INTEGER cb, ULARGE_INTEGER* pcbRead, ULARGE_INTEGER* pcbWritten) PURE;
     STDMETHOD(Commit)(DWORD grfCommitFlags) PURE;
     STDMETHOD(Revert)() PURE;
     STDMETHOD(LockRegion)(ULARGE_INTEGER libOffset, ULARGE_INTEGER cb, DWORD dwLockType) PURE;
@@ -164,7 +158,8 @@ struct IStream : public ISequentialStream {
 };
 MW_DECLARE_IID(IStream, IID_IStream);
 
-DEFINE_GUID(IID_IEnumSTATSTG, 0x0000000D, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IEnumSTATSTG, 0x0000000D, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x46);
 struct IEnumSTATSTG : public IUnknown {
     STDMETHOD(Next)(ULONG celt, STATSTG* rgelt, ULONG* pceltFetched) PURE;
     STDMETHOD(Skip)(ULONG celt) PURE;
@@ -173,33 +168,49 @@ struct IEnumSTATSTG : public IUnknown {
 };
 MW_DECLARE_IID(IEnumSTATSTG, IID_IEnumSTATSTG);
 
-DEFINE_GUID(IID_IStorage, 0x0000000B, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IStorage, 0x0000000B, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x46);
 struct IStorage : public IUnknown {
-    STDMETHOD(CreateStream)(const OLECHAR* pwcsName, DWORD grfMode, DWORD reserved1, DWORD reserved2, IStream** ppstm) PURE;
-    STDMETHOD(OpenStream)(const OLECHAR* pwcsName, void* reserved1, DWORD grfMode, DWORD reserved2, IStream** ppstm) PURE;
-    STDMETHOD(CreateStorage)(const OLECHAR* pwcsName, DWORD grfMode, DWORD reserved1, DWORD reserved2, IStorage** ppstg) PURE;
-    STDMETHOD(OpenStorage)(const OLECHAR* pwcsName, IStorage* pstgPriority, DWORD grfMode, SNB snbExclude, DWORD reserved, IStorage** ppstg) PURE;
-    STDMETHOD(CopyTo)(DWORD ciidExclude, const IID* rgiidExclude, SNB snbExclude, IStorage* pstgDest) PURE;
-    STDMETHOD(MoveElementTo)(const OLECHAR* pwcsName, IStorage* pstgDest, const OLECHAR* pwcsNewName, DWORD grfFlags) PURE;
+    STDMETHOD(CreateStream)
+    (const OLECHAR* pwcsName, DWORD grfMode, DWORD reserved1, DWORD reserved2,
+     IStream** ppstm) PURE;
+    STDMETHOD(OpenStream)
+    (const OLECHAR* pwcsName, void* reserved1, DWORD grfMode, DWORD reserved2,
+     IStream** ppstm) PURE;
+    STDMETHOD(CreateStorage)
+    (const OLECHAR* pwcsName, DWORD grfMode, DWORD reserved1, DWORD reserved2,
+     IStorage** ppstg) PURE;
+    STDMETHOD(OpenStorage)
+    (const OLECHAR* pwcsName, IStorage* pstgPriority, DWORD grfMode, SNB snbExclude, DWORD reserved,
+     IStorage** ppstg) PURE;
+    STDMETHOD(CopyTo)
+    (DWORD ciidExclude, const IID* rgiidExclude, SNB snbExclude, IStorage* pstgDest) PURE;
+    STDMETHOD(MoveElementTo)
+    (const OLECHAR* pwcsName, IStorage* pstgDest, const OLECHAR* pwcsNewName, DWORD grfFlags) PURE;
     STDMETHOD(Commit)(DWORD grfCommitFlags) PURE;
     STDMETHOD(Revert)() PURE;
-    STDMETHOD(EnumElements)(DWORD reserved1, void* reserved2, DWORD reserved3, IEnumSTATSTG** ppenum) PURE;
+    STDMETHOD(EnumElements)
+    (DWORD reserved1, void* reserved2, DWORD reserved3, IEnumSTATSTG** ppenum) PURE;
     STDMETHOD(DestroyElement)(const OLECHAR* pwcsName) PURE;
     STDMETHOD(RenameElement)(const OLECHAR* pwcsOldName, const OLECHAR* pwcsNewName) PURE;
-    STDMETHOD(SetElementTimes)(const OLECHAR* pwcsName, const FILETIME* pctime, const FILETIME* patime, const FILETIME* pmtime) PURE;
+    STDMETHOD(SetElementTimes)
+    (const OLECHAR* pwcsName, const FILETIME* pctime, const FILETIME* patime,
+     const FILETIME* pmtime) PURE;
     STDMETHOD(SetClass)(REFCLSID clsid) PURE;
     STDMETHOD(SetStateBits)(DWORD grfStateBits, DWORD grfMask) PURE;
     STDMETHOD(Stat)(STATSTG* pstatstg, DWORD grfStatFlag) PURE;
 };
 MW_DECLARE_IID(IStorage, IID_IStorage);
 
-DEFINE_GUID(IID_IPersist, 0x0000010C, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IPersist, 0x0000010C, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x46);
 struct IPersist : public IUnknown {
     STDMETHOD(GetClassID)(CLSID* pClassID) PURE;
 };
 MW_DECLARE_IID(IPersist, IID_IPersist);
 
-DEFINE_GUID(IID_IPersistStream, 0x00000109, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IPersistStream, 0x00000109, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x00, 0x46);
 struct IPersistStream : public IPersist {
     STDMETHOD(IsDirty)() PURE;
     STDMETHOD(Load)(IStream* pStm) PURE;
@@ -208,7 +219,8 @@ struct IPersistStream : public IPersist {
 };
 MW_DECLARE_IID(IPersistStream, IID_IPersistStream);
 
-DEFINE_GUID(IID_IPersistStorage, 0x0000010A, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IPersistStorage, 0x0000010A, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x00, 0x46);
 struct IPersistStorage : public IPersist {
     STDMETHOD(IsDirty)() PURE;
     STDMETHOD(InitNew)(IStorage* pStg) PURE;
@@ -219,7 +231,8 @@ struct IPersistStorage : public IPersist {
 };
 MW_DECLARE_IID(IPersistStorage, IID_IPersistStorage);
 
-DEFINE_GUID(IID_IPersistFile, 0x0000010B, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IPersistFile, 0x0000010B, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x46);
 struct IPersistFile : public IPersist {
     STDMETHOD(IsDirty)() PURE;
     STDMETHOD(Load)(LPCOLESTR pszFileName, DWORD dwMode) PURE;
@@ -229,7 +242,8 @@ struct IPersistFile : public IPersist {
 };
 MW_DECLARE_IID(IPersistFile, IID_IPersistFile);
 
-DEFINE_GUID(IID_IEnumMoniker, 0x00000102, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IEnumMoniker, 0x00000102, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x46);
 struct IEnumMoniker : public IUnknown {
     STDMETHOD(Next)(ULONG celt, IMoniker** rgelt, ULONG* pceltFetched) PURE;
     STDMETHOD(Skip)(ULONG celt) PURE;
@@ -238,12 +252,16 @@ struct IEnumMoniker : public IUnknown {
 };
 MW_DECLARE_IID(IEnumMoniker, IID_IEnumMoniker);
 
-DEFINE_GUID(IID_IMoniker, 0x0000000F, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IMoniker, 0x0000000F, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x46);
 struct IMoniker : public IPersistStream {
-    STDMETHOD(BindToObject)(IBindCtx* pbc, IMoniker* pmkToLeft, REFIID riidResult, void** ppvResult) PURE;
+    STDMETHOD(BindToObject)
+    (IBindCtx* pbc, IMoniker* pmkToLeft, REFIID riidResult, void** ppvResult) PURE;
     STDMETHOD(BindToStorage)(IBindCtx* pbc, IMoniker* pmkToLeft, REFIID riid, void** ppvObj) PURE;
-    STDMETHOD(Reduce)(IBindCtx* pbc, DWORD dwReduceHowFar, IMoniker** ppmkToLeft, IMoniker** ppmkReduced) PURE;
-    STDMETHOD(ComposeWith)(IMoniker* pmkRight, BOOL fOnlyIfNotGeneric, IMoniker** ppmkComposite) PURE;
+    STDMETHOD(Reduce)
+    (IBindCtx* pbc, DWORD dwReduceHowFar, IMoniker** ppmkToLeft, IMoniker** ppmkReduced) PURE;
+    STDMETHOD(ComposeWith)
+    (IMoniker* pmkRight, BOOL fOnlyIfNotGeneric, IMoniker** ppmkComposite) PURE;
     STDMETHOD(Enum)(BOOL fForward, IEnumMoniker** ppenumMoniker) PURE;
     STDMETHOD(IsEqual)(IMoniker* pmkOtherMoniker) PURE;
     STDMETHOD(Hash)(DWORD* pdwHash) PURE;
@@ -253,12 +271,15 @@ struct IMoniker : public IPersistStream {
     STDMETHOD(CommonPrefixWith)(IMoniker* pmkOther, IMoniker** ppmkPrefix) PURE;
     STDMETHOD(RelativePathTo)(IMoniker* pmkOther, IMoniker** ppmkRelPath) PURE;
     STDMETHOD(GetDisplayName)(IBindCtx* pbc, IMoniker* pmkToLeft, LPOLESTR* ppszDisplayName) PURE;
-    STDMETHOD(ParseDisplayName)(IBindCtx* pbc, IMoniker* pmkToLeft, LPOLESTR pszDisplayName, ULONG* pchEaten, IMoniker** ppmkOut) PURE;
+    STDMETHOD(ParseDisplayName)
+    (IBindCtx* pbc, IMoniker* pmkToLeft, LPOLESTR pszDisplayName, ULONG* pchEaten,
+     IMoniker** ppmkOut) PURE;
     STDMETHOD(IsSystemMoniker)(DWORD* pdwMksys) PURE;
 };
 MW_DECLARE_IID(IMoniker, IID_IMoniker);
 
-DEFINE_GUID(IID_IBindCtx, 0x0000000E, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IBindCtx, 0x0000000E, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x46);
 struct IBindCtx : public IUnknown {
     STDMETHOD(RegisterObjectBound)(IUnknown* punk) PURE;
     STDMETHOD(RevokeObjectBound)(IUnknown* punk) PURE;
@@ -273,9 +294,11 @@ struct IBindCtx : public IUnknown {
 };
 MW_DECLARE_IID(IBindCtx, IID_IBindCtx);
 
-DEFINE_GUID(IID_IRunningObjectTable, 0x00000010, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IRunningObjectTable, 0x00000010, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x00, 0x46);
 struct IRunningObjectTable : public IUnknown {
-    STDMETHOD(Register)(DWORD grfFlags, IUnknown* punkObject, IMoniker* pmkObjectName, DWORD* pdwRegister) PURE;
+    STDMETHOD(Register)
+    (DWORD grfFlags, IUnknown* punkObject, IMoniker* pmkObjectName, DWORD* pdwRegister) PURE;
     STDMETHOD(Revoke)(DWORD dwRegister) PURE;
     STDMETHOD(IsRunning)(IMoniker* pmkObjectName) PURE;
     STDMETHOD(GetObject)(IMoniker* pmkObjectName, IUnknown** ppunkObject) PURE;
@@ -285,22 +308,26 @@ struct IRunningObjectTable : public IUnknown {
 };
 MW_DECLARE_IID(IRunningObjectTable, IID_IRunningObjectTable);
 
-DEFINE_GUID(IID_IROTData, 0xF29F6BC0, 0x5021, 0x11CE, 0xAA, 0x15, 0x00, 0x00, 0x69, 0x01, 0x29, 0x3F);
+DEFINE_GUID(IID_IROTData, 0xF29F6BC0, 0x5021, 0x11CE, 0xAA, 0x15, 0x00, 0x00, 0x69, 0x01, 0x29,
+            0x3F);
 struct IROTData : public IUnknown {
     STDMETHOD(GetComparisonData)(BYTE* pbData, ULONG cbMax, ULONG* pcbData) PURE;
 };
 MW_DECLARE_IID(IROTData, IID_IROTData);
 
-DEFINE_GUID(IID_IParseDisplayName, 0x0000011A, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IParseDisplayName, 0x0000011A, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x00, 0x46);
 struct IParseDisplayName : public IUnknown {
-    STDMETHOD(ParseDisplayName)(IBindCtx* pbc, LPOLESTR pszDisplayName, ULONG* pchEaten, IMoniker** ppmkOut) PURE;
+    STDMETHOD(ParseDisplayName)
+    (IBindCtx* pbc, LPOLESTR pszDisplayName, ULONG* pchEaten, IMoniker** ppmkOut) PURE;
 };
 MW_DECLARE_IID(IParseDisplayName, IID_IParseDisplayName);
 
-DEFINE_GUID(IID_IMalloc, 0x00000002, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IMalloc, 0x00000002, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x46);
 struct IMalloc : public IUnknown {
-    STDMETHOD_(void *, Alloc)(SIZE_T cb) PURE;
-    STDMETHOD_(void *, Realloc)(void* pv, SIZE_T cb) PURE;
+    STDMETHOD_(void*, Alloc)(SIZE_T cb) PURE;
+    STDMETHOD_(void*, Realloc)(void* pv, SIZE_T cb) PURE;
     STDMETHOD_(void, Free)(void* pv) PURE;
     STDMETHOD_(SIZE_T, GetSize)(void* pv) PURE;
     STDMETHOD_(int, DidAlloc)(void* pv) PURE;
@@ -308,7 +335,8 @@ struct IMalloc : public IUnknown {
 };
 MW_DECLARE_IID(IMalloc, IID_IMalloc);
 
-DEFINE_GUID(IID_ILockBytes, 0x0000000A, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_ILockBytes, 0x0000000A, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x46);
 struct ILockBytes : public IUnknown {
     STDMETHOD(ReadAt)(ULARGE_INTEGER ulOffset, void* pv, ULONG cb, ULONG* pcbRead) PURE;
     STDMETHOD(WriteAt)(ULARGE_INTEGER ulOffset, const void* pv, ULONG cb, ULONG* pcbWritten) PURE;

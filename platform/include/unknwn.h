@@ -6,7 +6,8 @@
 #include "guiddef.h"
 #include "winerror.h"
 
-DEFINE_GUID(IID_IUnknown, 0x00000000, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IUnknown, 0x00000000, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x46);
 
 struct IUnknown {
     STDMETHOD(QueryInterface)(REFIID riid, void** ppvObject) PURE;
@@ -32,11 +33,14 @@ template <class T>
 constexpr const GUID& MwIid() {
     return MwIidOf<T>::Value();
 }
-#define IID_PPV_ARGS(pp) MwIid<std::remove_pointer_t<std::remove_pointer_t<decltype(pp)>>>(), reinterpret_cast<void**>(pp)
+#define IID_PPV_ARGS(pp)                                                 \
+    MwIid<std::remove_pointer_t<std::remove_pointer_t<decltype(pp)>>>(), \
+        reinterpret_cast<void**>(pp)
 
 // ---- Added for the COM core (issue 3) ----
 // The class object of a creatable class (CoGetClassObject, CoRegisterClassObject).
-DEFINE_GUID(IID_IClassFactory, 0x00000001, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+DEFINE_GUID(IID_IClassFactory, 0x00000001, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x46);
 struct IClassFactory : public IUnknown {
     STDMETHOD(CreateInstance)(IUnknown* pUnkOuter, REFIID riid, void** ppvObject) PURE;
     STDMETHOD(LockServer)(BOOL fLock) PURE;

@@ -5,10 +5,11 @@
 
 #define SUCCEEDED(hr) (static_cast<HRESULT>(hr) >= 0)
 #define FAILED(hr) (static_cast<HRESULT>(hr) < 0)
-#define HRESULT_CODE(hr) ((hr) & 0xFFFF)
+#define HRESULT_CODE(hr) ((hr)&0xFFFF)
 #define HRESULT_FACILITY(hr) (((hr) >> 16) & 0x1fff)
-#define MAKE_HRESULT(sev, fac, code) \
-    static_cast<HRESULT>((static_cast<uint32_t>(sev) << 31) | (static_cast<uint32_t>(fac) << 16) | static_cast<uint32_t>(code))
+#define MAKE_HRESULT(sev, fac, code)                                                               \
+    static_cast<HRESULT>((static_cast<uint32_t>(sev) << 31) | (static_cast<uint32_t>(fac) << 16) | \
+                         static_cast<uint32_t>(code))
 #define MW_HR(x) static_cast<HRESULT>(static_cast<uint32_t>(x))
 
 constexpr HRESULT S_OK = 0;
@@ -45,12 +46,12 @@ constexpr DWORD ERROR_ALREADY_EXISTS = 183;
 constexpr DWORD ERROR_INVALID_WINDOW_HANDLE = 1400;
 
 constexpr HRESULT HRESULT_FROM_WIN32(DWORD x) {
-    return static_cast<HRESULT>(x) <= 0 ? static_cast<HRESULT>(x)
-                                        : static_cast<HRESULT>((x & 0x0000FFFF) | (7u << 16) | 0x80000000u);
+    return static_cast<HRESULT>(x) <= 0
+               ? static_cast<HRESULT>(x)
+               : static_cast<HRESULT>((x & 0x0000FFFF) | (7u << 16) | 0x80000000u);
 }
 
 // ---- Result codes of the COM core, structured storage and monikers (issue 3) ----
-
 
 // Win32 error codes that the COM core and the loaders report.
 constexpr DWORD ERROR_INVALID_FUNCTION = 1;

@@ -64,7 +64,9 @@ constexpr UINT SEM_NOOPENFILEERRORBOX = 0x8000;
 
 HMODULE WINAPI LoadLibraryW(LPCWSTR lpLibFileName);
 HMODULE WINAPI LoadLibraryA(LPCSTR lpLibFileName);
-inline HMODULE LoadLibrary(LPCWSTR lpLibFileName) { return LoadLibraryW(lpLibFileName); }
+inline HMODULE LoadLibrary(LPCWSTR lpLibFileName) {
+    return LoadLibraryW(lpLibFileName);
+}
 // Counted: each successful load is balanced by a FreeLibrary; the in-process libraries stay
 // mapped (their handles remain valid) when the count reaches 0.
 BOOL WINAPI FreeLibrary(HMODULE hLibModule);

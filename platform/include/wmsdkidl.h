@@ -7,8 +7,8 @@
 // service's own threads.
 #pragma once
 
-#include "objbase.h"
 #include "nserror.h"
+#include "objbase.h"
 
 struct INSSBuffer;
 struct IWMMediaProps;
@@ -267,46 +267,85 @@ inline constexpr WCHAR g_wszWMTrackNumber[] = u"WM/TrackNumber";
 inline constexpr WCHAR g_wszNumPasses[] = u"_PASSESUSED";
 inline constexpr WCHAR g_wszVBREnabled[] = u"_VBRENABLED";
 
-DEFINE_GUID(WMMEDIASUBTYPE_Base, 0x00000000, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIATYPE_Video, 0x73646976, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_RGB1, 0xE436EB78, 0x524F, 0x11CE, 0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
-DEFINE_GUID(WMMEDIASUBTYPE_RGB4, 0xE436EB79, 0x524F, 0x11CE, 0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
-DEFINE_GUID(WMMEDIASUBTYPE_RGB8, 0xE436EB7A, 0x524F, 0x11CE, 0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
-DEFINE_GUID(WMMEDIASUBTYPE_RGB565, 0xE436EB7B, 0x524F, 0x11CE, 0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
-DEFINE_GUID(WMMEDIASUBTYPE_RGB555, 0xE436EB7C, 0x524F, 0x11CE, 0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
-DEFINE_GUID(WMMEDIASUBTYPE_RGB24, 0xE436EB7D, 0x524F, 0x11CE, 0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
-DEFINE_GUID(WMMEDIASUBTYPE_RGB32, 0xE436EB7E, 0x524F, 0x11CE, 0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
-DEFINE_GUID(WMMEDIASUBTYPE_I420, 0x30323449, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_IYUV, 0x56555949, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_YV12, 0x32315659, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_YUY2, 0x32595559, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_P422, 0x32323450, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_UYVY, 0x59565955, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_YVYU, 0x55595659, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_YVU9, 0x39555659, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_VIDEOIMAGE, 0x1D4A45F2, 0xE5F6, 0x4B44, 0x83, 0x88, 0xF0, 0xAE, 0x5C, 0x0E, 0x0C, 0x37);
-DEFINE_GUID(WMMEDIASUBTYPE_MP43, 0x3334504D, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_MP4S, 0x5334504D, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_M4S2, 0x3253344D, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_WMV1, 0x31564D57, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_WMV2, 0x32564D57, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_MSS1, 0x3153534D, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_MPEG2_VIDEO, 0xE06D8026, 0xDB46, 0x11CF, 0xB4, 0xD1, 0x00, 0x80, 0x5F, 0x6C, 0xBB, 0xEA);
-DEFINE_GUID(WMMEDIATYPE_Audio, 0x73647561, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_PCM, 0x00000001, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_DRM, 0x00000009, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_WMAudioV9, 0x00000162, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_WMAudio_Lossless, 0x00000163, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_MSS2, 0x3253534D, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_WMSP1, 0x0000000A, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_WMSP2, 0x0000000B, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_WMV3, 0x33564D57, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_WMVP, 0x50564D57, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_WVP2, 0x32505657, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_WMVA, 0x41564D57, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-DEFINE_GUID(WMMEDIASUBTYPE_WVC1, 0x31435657, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_Base, 0x00000000, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIATYPE_Video, 0x73646976, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B,
+            0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_RGB1, 0xE436EB78, 0x524F, 0x11CE, 0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B,
+            0xA7, 0x70);
+DEFINE_GUID(WMMEDIASUBTYPE_RGB4, 0xE436EB79, 0x524F, 0x11CE, 0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B,
+            0xA7, 0x70);
+DEFINE_GUID(WMMEDIASUBTYPE_RGB8, 0xE436EB7A, 0x524F, 0x11CE, 0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B,
+            0xA7, 0x70);
+DEFINE_GUID(WMMEDIASUBTYPE_RGB565, 0xE436EB7B, 0x524F, 0x11CE, 0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B,
+            0xA7, 0x70);
+DEFINE_GUID(WMMEDIASUBTYPE_RGB555, 0xE436EB7C, 0x524F, 0x11CE, 0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B,
+            0xA7, 0x70);
+DEFINE_GUID(WMMEDIASUBTYPE_RGB24, 0xE436EB7D, 0x524F, 0x11CE, 0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B,
+            0xA7, 0x70);
+DEFINE_GUID(WMMEDIASUBTYPE_RGB32, 0xE436EB7E, 0x524F, 0x11CE, 0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B,
+            0xA7, 0x70);
+DEFINE_GUID(WMMEDIASUBTYPE_I420, 0x30323449, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_IYUV, 0x56555949, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_YV12, 0x32315659, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_YUY2, 0x32595559, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_P422, 0x32323450, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_UYVY, 0x59565955, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_YVYU, 0x55595659, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_YVU9, 0x39555659, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_VIDEOIMAGE, 0x1D4A45F2, 0xE5F6, 0x4B44, 0x83, 0x88, 0xF0, 0xAE, 0x5C,
+            0x0E, 0x0C, 0x37);
+DEFINE_GUID(WMMEDIASUBTYPE_MP43, 0x3334504D, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_MP4S, 0x5334504D, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_M4S2, 0x3253344D, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_WMV1, 0x31564D57, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_WMV2, 0x32564D57, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_MSS1, 0x3153534D, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_MPEG2_VIDEO, 0xE06D8026, 0xDB46, 0x11CF, 0xB4, 0xD1, 0x00, 0x80, 0x5F,
+            0x6C, 0xBB, 0xEA);
+DEFINE_GUID(WMMEDIATYPE_Audio, 0x73647561, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B,
+            0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_PCM, 0x00000001, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_DRM, 0x00000009, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_WMAudioV9, 0x00000162, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00,
+            0x38, 0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_WMAudio_Lossless, 0x00000163, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA,
+            0x00, 0x38, 0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_MSS2, 0x3253534D, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_WMSP1, 0x0000000A, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_WMSP2, 0x0000000B, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_WMV3, 0x33564D57, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_WMVP, 0x50564D57, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_WVP2, 0x32505657, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_WMVA, 0x41564D57, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
+DEFINE_GUID(WMMEDIASUBTYPE_WVC1, 0x31435657, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38,
+            0x9B, 0x71);
 
-DEFINE_GUID(IID_INSSBuffer, 0xE1CD3524, 0x03D7, 0x11D2, 0x9E, 0xED, 0x00, 0x60, 0x97, 0xD2, 0xD7, 0xCF);
+DEFINE_GUID(IID_INSSBuffer, 0xE1CD3524, 0x03D7, 0x11D2, 0x9E, 0xED, 0x00, 0x60, 0x97, 0xD2, 0xD7,
+            0xCF);
 struct INSSBuffer : public IUnknown {
     STDMETHOD(GetLength)(DWORD* pdwLength) PURE;
     STDMETHOD(SetLength)(DWORD dwLength) PURE;
@@ -316,7 +355,8 @@ struct INSSBuffer : public IUnknown {
 };
 MW_DECLARE_IID(INSSBuffer, IID_INSSBuffer);
 
-DEFINE_GUID(IID_IWMMediaProps, 0x96406BCE, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08, 0xFF);
+DEFINE_GUID(IID_IWMMediaProps, 0x96406BCE, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08,
+            0xFF);
 struct IWMMediaProps : public IUnknown {
     STDMETHOD(GetType)(GUID* pguidType) PURE;
     STDMETHOD(GetMediaType)(WM_MEDIA_TYPE* pType, DWORD* pcbType) PURE;
@@ -324,21 +364,24 @@ struct IWMMediaProps : public IUnknown {
 };
 MW_DECLARE_IID(IWMMediaProps, IID_IWMMediaProps);
 
-DEFINE_GUID(IID_IWMInputMediaProps, 0x96406BD5, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08, 0xFF);
+DEFINE_GUID(IID_IWMInputMediaProps, 0x96406BD5, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61,
+            0x08, 0xFF);
 struct IWMInputMediaProps : public IWMMediaProps {
     STDMETHOD(GetConnectionName)(WCHAR* pwszName, WORD* pcchName) PURE;
     STDMETHOD(GetGroupName)(WCHAR* pwszName, WORD* pcchName) PURE;
 };
 MW_DECLARE_IID(IWMInputMediaProps, IID_IWMInputMediaProps);
 
-DEFINE_GUID(IID_IWMOutputMediaProps, 0x96406BD7, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08, 0xFF);
+DEFINE_GUID(IID_IWMOutputMediaProps, 0x96406BD7, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61,
+            0x08, 0xFF);
 struct IWMOutputMediaProps : public IWMMediaProps {
     STDMETHOD(GetStreamGroupName)(WCHAR* pwszName, WORD* pcchName) PURE;
     STDMETHOD(GetConnectionName)(WCHAR* pwszName, WORD* pcchName) PURE;
 };
 MW_DECLARE_IID(IWMOutputMediaProps, IID_IWMOutputMediaProps);
 
-DEFINE_GUID(IID_IWMStreamConfig, 0x96406BDC, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08, 0xFF);
+DEFINE_GUID(IID_IWMStreamConfig, 0x96406BDC, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61,
+            0x08, 0xFF);
 struct IWMStreamConfig : public IUnknown {
     STDMETHOD(GetStreamType)(GUID* pguidStreamType) PURE;
     STDMETHOD(GetStreamNumber)(WORD* pwStreamNum) PURE;
@@ -354,7 +397,8 @@ struct IWMStreamConfig : public IUnknown {
 };
 MW_DECLARE_IID(IWMStreamConfig, IID_IWMStreamConfig);
 
-DEFINE_GUID(IID_IWMStreamList, 0x96406BDD, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08, 0xFF);
+DEFINE_GUID(IID_IWMStreamList, 0x96406BDD, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08,
+            0xFF);
 struct IWMStreamList : public IUnknown {
     STDMETHOD(GetStreams)(WORD* pwStreamNumArray, WORD* pcStreams) PURE;
     STDMETHOD(AddStream)(WORD wStreamNum) PURE;
@@ -362,14 +406,16 @@ struct IWMStreamList : public IUnknown {
 };
 MW_DECLARE_IID(IWMStreamList, IID_IWMStreamList);
 
-DEFINE_GUID(IID_IWMMutualExclusion, 0x96406BDE, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08, 0xFF);
+DEFINE_GUID(IID_IWMMutualExclusion, 0x96406BDE, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61,
+            0x08, 0xFF);
 struct IWMMutualExclusion : public IWMStreamList {
     STDMETHOD(GetType)(GUID* pguidType) PURE;
     STDMETHOD(SetType)(REFGUID guidType) PURE;
 };
 MW_DECLARE_IID(IWMMutualExclusion, IID_IWMMutualExclusion);
 
-DEFINE_GUID(IID_IWMProfile, 0x96406BDB, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08, 0xFF);
+DEFINE_GUID(IID_IWMProfile, 0x96406BDB, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08,
+            0xFF);
 struct IWMProfile : public IUnknown {
     STDMETHOD(GetVersion)(WMT_VERSION* pdwVersion) PURE;
     STDMETHOD(GetName)(WCHAR* pwszName, DWORD* pcchName) PURE;
@@ -392,13 +438,15 @@ struct IWMProfile : public IUnknown {
 };
 MW_DECLARE_IID(IWMProfile, IID_IWMProfile);
 
-DEFINE_GUID(IID_IWMProfile2, 0x07E72D33, 0xD94E, 0x4BE7, 0x88, 0x43, 0x60, 0xAE, 0x5F, 0xF7, 0xE5, 0xF5);
+DEFINE_GUID(IID_IWMProfile2, 0x07E72D33, 0xD94E, 0x4BE7, 0x88, 0x43, 0x60, 0xAE, 0x5F, 0xF7, 0xE5,
+            0xF5);
 struct IWMProfile2 : public IWMProfile {
     STDMETHOD(GetProfileID)(GUID* guid) PURE;
 };
 MW_DECLARE_IID(IWMProfile2, IID_IWMProfile2);
 
-DEFINE_GUID(IID_IWMProfileManager, 0xD16679F2, 0x6CA0, 0x472D, 0x8D, 0x31, 0x2F, 0x5D, 0x55, 0xAE, 0xE1, 0x55);
+DEFINE_GUID(IID_IWMProfileManager, 0xD16679F2, 0x6CA0, 0x472D, 0x8D, 0x31, 0x2F, 0x5D, 0x55, 0xAE,
+            0xE1, 0x55);
 struct IWMProfileManager : public IUnknown {
     STDMETHOD(CreateEmptyProfile)(WMT_VERSION dwVersion, IWMProfile** ppProfile) PURE;
     STDMETHOD(LoadProfileByID)(REFGUID guidProfile, IWMProfile** ppProfile) PURE;
@@ -409,32 +457,42 @@ struct IWMProfileManager : public IUnknown {
 };
 MW_DECLARE_IID(IWMProfileManager, IID_IWMProfileManager);
 
-DEFINE_GUID(IID_IWMProfileManager2, 0x7A924E51, 0x73C1, 0x494D, 0x80, 0x19, 0x23, 0xD3, 0x7E, 0xD9, 0xB8, 0x9A);
+DEFINE_GUID(IID_IWMProfileManager2, 0x7A924E51, 0x73C1, 0x494D, 0x80, 0x19, 0x23, 0xD3, 0x7E, 0xD9,
+            0xB8, 0x9A);
 struct IWMProfileManager2 : public IWMProfileManager {
     STDMETHOD(GetSystemProfileVersion)(WMT_VERSION* version) PURE;
     STDMETHOD(SetSystemProfileVersion)(WMT_VERSION version) PURE;
 };
 MW_DECLARE_IID(IWMProfileManager2, IID_IWMProfileManager2);
 
-DEFINE_GUID(IID_IWMStatusCallback, 0x6D7CDC70, 0x9888, 0x11D3, 0x8E, 0xDC, 0x00, 0xC0, 0x4F, 0x61, 0x09, 0xCF);
+DEFINE_GUID(IID_IWMStatusCallback, 0x6D7CDC70, 0x9888, 0x11D3, 0x8E, 0xDC, 0x00, 0xC0, 0x4F, 0x61,
+            0x09, 0xCF);
 struct IWMStatusCallback : public IUnknown {
-    STDMETHOD(OnStatus)(WMT_STATUS Status, HRESULT hr, WMT_ATTR_DATATYPE dwType, BYTE* pValue, void* pvContext) PURE;
+    STDMETHOD(OnStatus)
+    (WMT_STATUS Status, HRESULT hr, WMT_ATTR_DATATYPE dwType, BYTE* pValue, void* pvContext) PURE;
 };
 MW_DECLARE_IID(IWMStatusCallback, IID_IWMStatusCallback);
 
-DEFINE_GUID(IID_IWMReaderCallback, 0x96406BD8, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08, 0xFF);
+DEFINE_GUID(IID_IWMReaderCallback, 0x96406BD8, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61,
+            0x08, 0xFF);
 struct IWMReaderCallback : public IWMStatusCallback {
-    STDMETHOD(OnSample)(DWORD dwOutputNum, QWORD cnsSampleTime, QWORD cnsSampleDuration, DWORD dwFlags, INSSBuffer* pSample, void* pvContext) PURE;
+    STDMETHOD(OnSample)
+    (DWORD dwOutputNum, QWORD cnsSampleTime, QWORD cnsSampleDuration, DWORD dwFlags,
+     INSSBuffer* pSample, void* pvContext) PURE;
 };
 MW_DECLARE_IID(IWMReaderCallback, IID_IWMReaderCallback);
 
-DEFINE_GUID(IID_IWMCredentialCallback, 0x342E0EB7, 0xE651, 0x450C, 0x97, 0x5B, 0x2A, 0xCE, 0x2C, 0x90, 0xC4, 0x8E);
+DEFINE_GUID(IID_IWMCredentialCallback, 0x342E0EB7, 0xE651, 0x450C, 0x97, 0x5B, 0x2A, 0xCE, 0x2C,
+            0x90, 0xC4, 0x8E);
 struct IWMCredentialCallback : public IUnknown {
-    STDMETHOD(AcquireCredentials)(WCHAR* realm, WCHAR* site, WCHAR* username, DWORD username_size, WCHAR* password, DWORD password_size, HRESULT hr, DWORD* flags) PURE;
+    STDMETHOD(AcquireCredentials)
+    (WCHAR* realm, WCHAR* site, WCHAR* username, DWORD username_size, WCHAR* password,
+     DWORD password_size, HRESULT hr, DWORD* flags) PURE;
 };
 MW_DECLARE_IID(IWMCredentialCallback, IID_IWMCredentialCallback);
 
-DEFINE_GUID(IID_IWMWriter, 0x96406BD4, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08, 0xFF);
+DEFINE_GUID(IID_IWMWriter, 0x96406BD4, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08,
+            0xFF);
 struct IWMWriter : public IUnknown {
     STDMETHOD(SetProfileByID)(REFGUID guidProfile) PURE;
     STDMETHOD(SetProfile)(IWMProfile* pProfile) PURE;
@@ -443,22 +501,27 @@ struct IWMWriter : public IUnknown {
     STDMETHOD(GetInputProps)(DWORD dwInputNum, IWMInputMediaProps** ppInput) PURE;
     STDMETHOD(SetInputProps)(DWORD dwInputNum, IWMInputMediaProps* pInput) PURE;
     STDMETHOD(GetInputFormatCount)(DWORD dwInputNumber, DWORD* pcFormats) PURE;
-    STDMETHOD(GetInputFormat)(DWORD dwInputNumber, DWORD dwFormatNumber, IWMInputMediaProps** pProps) PURE;
+    STDMETHOD(GetInputFormat)
+    (DWORD dwInputNumber, DWORD dwFormatNumber, IWMInputMediaProps** pProps) PURE;
     STDMETHOD(BeginWriting)() PURE;
     STDMETHOD(EndWriting)() PURE;
     STDMETHOD(AllocateSample)(DWORD dwSampleSize, INSSBuffer** ppSample) PURE;
-    STDMETHOD(WriteSample)(DWORD dwInputNum, QWORD cnsSampleTime, DWORD dwFlags, INSSBuffer* pSample) PURE;
+    STDMETHOD(WriteSample)
+    (DWORD dwInputNum, QWORD cnsSampleTime, DWORD dwFlags, INSSBuffer* pSample) PURE;
     STDMETHOD(Flush)() PURE;
 };
 MW_DECLARE_IID(IWMWriter, IID_IWMWriter);
 
-DEFINE_GUID(IID_IWMWriterAdvanced, 0x96406BE3, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08, 0xFF);
+DEFINE_GUID(IID_IWMWriterAdvanced, 0x96406BE3, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61,
+            0x08, 0xFF);
 struct IWMWriterAdvanced : public IUnknown {
     STDMETHOD(GetSinkCount)(DWORD* pcSinks) PURE;
     STDMETHOD(GetSink)(DWORD dwSinkNum, IWMWriterSink** ppSink) PURE;
     STDMETHOD(AddSink)(IWMWriterSink* pSink) PURE;
     STDMETHOD(RemoveSink)(IWMWriterSink* pSink) PURE;
-    STDMETHOD(WriteStreamSample)(WORD wStreamNum, QWORD cnsSampleTime, DWORD msSampleSendTime, QWORD cnsSampleDuration, DWORD dwFlags, INSSBuffer* pSample) PURE;
+    STDMETHOD(WriteStreamSample)
+    (WORD wStreamNum, QWORD cnsSampleTime, DWORD msSampleSendTime, QWORD cnsSampleDuration,
+     DWORD dwFlags, INSSBuffer* pSample) PURE;
     STDMETHOD(SetLiveSource)(BOOL fIsLiveSource) PURE;
     STDMETHOD(IsRealTime)(BOOL* pfRealTime) PURE;
     STDMETHOD(GetWriterTime)(QWORD* pCurrentTime) PURE;
@@ -468,14 +531,20 @@ struct IWMWriterAdvanced : public IUnknown {
 };
 MW_DECLARE_IID(IWMWriterAdvanced, IID_IWMWriterAdvanced);
 
-DEFINE_GUID(IID_IWMWriterAdvanced2, 0x962DC1EC, 0xC046, 0x4DB8, 0x9C, 0xC7, 0x26, 0xCE, 0xAE, 0x50, 0x08, 0x17);
+DEFINE_GUID(IID_IWMWriterAdvanced2, 0x962DC1EC, 0xC046, 0x4DB8, 0x9C, 0xC7, 0x26, 0xCE, 0xAE, 0x50,
+            0x08, 0x17);
 struct IWMWriterAdvanced2 : public IWMWriterAdvanced {
-    STDMETHOD(GetInputSetting)(DWORD dwInputNum, LPCWSTR pszName, WMT_ATTR_DATATYPE* pType, BYTE* pValue, WORD* pcbLength) PURE;
-    STDMETHOD(SetInputSetting)(DWORD dwInputNum, LPCWSTR pszName, WMT_ATTR_DATATYPE Type, const BYTE* pValue, WORD cbLength) PURE;
+    STDMETHOD(GetInputSetting)
+    (DWORD dwInputNum, LPCWSTR pszName, WMT_ATTR_DATATYPE* pType, BYTE* pValue,
+     WORD* pcbLength) PURE;
+    STDMETHOD(SetInputSetting)
+    (DWORD dwInputNum, LPCWSTR pszName, WMT_ATTR_DATATYPE Type, const BYTE* pValue,
+     WORD cbLength) PURE;
 };
 MW_DECLARE_IID(IWMWriterAdvanced2, IID_IWMWriterAdvanced2);
 
-DEFINE_GUID(IID_IWMWriterSink, 0x96406BE4, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08, 0xFF);
+DEFINE_GUID(IID_IWMWriterSink, 0x96406BE4, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08,
+            0xFF);
 struct IWMWriterSink : public IUnknown {
     STDMETHOD(OnHeader)(INSSBuffer* pHeader) PURE;
     STDMETHOD(IsRealTime)(BOOL* pfRealTime) PURE;
@@ -516,7 +585,8 @@ struct IWMWriterPushSink : public IWMWriterSink {
     STDMETHOD(EndSession)() PURE;
 };
 
-DEFINE_GUID(IID_IWMRegisterCallback, 0xCF4B1F99, 0x4DE2, 0x4E49, 0xA3, 0x63, 0x25, 0x27, 0x40, 0xD9, 0x9B, 0xC1);
+DEFINE_GUID(IID_IWMRegisterCallback, 0xCF4B1F99, 0x4DE2, 0x4E49, 0xA3, 0x63, 0x25, 0x27, 0x40, 0xD9,
+            0x9B, 0xC1);
 // Status callbacks of a sink (called on the sink's own threads).
 struct IWMRegisterCallback : public IUnknown {
     STDMETHOD(Advise)(IWMStatusCallback* pCallback, void* pvContext) PURE;
@@ -529,16 +599,18 @@ struct IWMClientConnections : public IUnknown {
     STDMETHOD(GetClientProperties)(DWORD dwClientNum, WM_CLIENT_PROPERTIES* pClientProperties) PURE;
 };
 
-DEFINE_GUID(IID_IWMClientConnections2, 0x4091571E, 0x4701, 0x4593, 0xBB, 0x3D, 0xD5, 0xF5, 0xF0, 0xC7, 0x42, 0x46);
+DEFINE_GUID(IID_IWMClientConnections2, 0x4091571E, 0x4701, 0x4593, 0xBB, 0x3D, 0xD5, 0xF5, 0xF0,
+            0xC7, 0x42, 0x46);
 struct IWMClientConnections2 : public IWMClientConnections {
     // Each text in characters with the terminator; null buffers ask for the lengths.
-    STDMETHOD(GetClientInfo)(DWORD dwClientNum, WCHAR* pwszNetworkAddress,
-                             DWORD* pcchNetworkAddress, WCHAR* pwszPort, DWORD* pcchPort,
-                             WCHAR* pwszDNSName, DWORD* pcchDNSName) PURE;
+    STDMETHOD(GetClientInfo)
+    (DWORD dwClientNum, WCHAR* pwszNetworkAddress, DWORD* pcchNetworkAddress, WCHAR* pwszPort,
+     DWORD* pcchPort, WCHAR* pwszDNSName, DWORD* pcchDNSName) PURE;
 };
 MW_DECLARE_IID(IWMClientConnections2, IID_IWMClientConnections2);
 
-DEFINE_GUID(IID_IWMReader, 0x96406BD6, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08, 0xFF);
+DEFINE_GUID(IID_IWMReader, 0x96406BD6, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08,
+            0xFF);
 struct IWMReader : public IUnknown {
     STDMETHOD(Open)(const WCHAR* pwszURL, IWMReaderCallback* pCallback, void* pvContext) PURE;
     STDMETHOD(Close)() PURE;
@@ -546,7 +618,8 @@ struct IWMReader : public IUnknown {
     STDMETHOD(GetOutputProps)(DWORD dwOutputNum, IWMOutputMediaProps** ppOutput) PURE;
     STDMETHOD(SetOutputProps)(DWORD dwOutputNum, IWMOutputMediaProps* pOutput) PURE;
     STDMETHOD(GetOutputFormatCount)(DWORD dwOutputNumber, DWORD* pcFormats) PURE;
-    STDMETHOD(GetOutputFormat)(DWORD dwOutputNumber, DWORD dwFormatNumber, IWMOutputMediaProps** ppProps) PURE;
+    STDMETHOD(GetOutputFormat)
+    (DWORD dwOutputNumber, DWORD dwFormatNumber, IWMOutputMediaProps** ppProps) PURE;
     STDMETHOD(Start)(QWORD cnsStart, QWORD cnsDuration, float fRate, void* pvContext) PURE;
     STDMETHOD(Stop)() PURE;
     STDMETHOD(Pause)() PURE;
@@ -554,14 +627,16 @@ struct IWMReader : public IUnknown {
 };
 MW_DECLARE_IID(IWMReader, IID_IWMReader);
 
-DEFINE_GUID(IID_IWMReaderAdvanced, 0x96406BEA, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08, 0xFF);
+DEFINE_GUID(IID_IWMReaderAdvanced, 0x96406BEA, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61,
+            0x08, 0xFF);
 struct IWMReaderAdvanced : public IUnknown {
     STDMETHOD(SetUserProvidedClock)(BOOL fUserClock) PURE;
     STDMETHOD(GetUserProvidedClock)(BOOL* pfUserClock) PURE;
     STDMETHOD(DeliverTime)(QWORD cnsTime) PURE;
     STDMETHOD(SetManualStreamSelection)(BOOL fSelection) PURE;
     STDMETHOD(GetManualStreamSelection)(BOOL* pfSelection) PURE;
-    STDMETHOD(SetStreamsSelected)(WORD cStreamCount, WORD* pwStreamNumbers, WMT_STREAM_SELECTION* pSelections) PURE;
+    STDMETHOD(SetStreamsSelected)
+    (WORD cStreamCount, WORD* pwStreamNumbers, WMT_STREAM_SELECTION* pSelections) PURE;
     STDMETHOD(GetStreamSelected)(WORD wStreamNum, WMT_STREAM_SELECTION* pSelection) PURE;
     STDMETHOD(SetReceiveSelectionCallbacks)(BOOL fGetCallbacks) PURE;
     STDMETHOD(GetReceiveSelectionCallbacks)(BOOL* pfGetCallbacks) PURE;
@@ -579,18 +654,25 @@ struct IWMReaderAdvanced : public IUnknown {
 };
 MW_DECLARE_IID(IWMReaderAdvanced, IID_IWMReaderAdvanced);
 
-DEFINE_GUID(IID_IWMReaderAdvanced2, 0xAE14A945, 0xB90C, 0x4D0D, 0x91, 0x27, 0x80, 0xD6, 0x65, 0xF7, 0xD7, 0x3E);
+DEFINE_GUID(IID_IWMReaderAdvanced2, 0xAE14A945, 0xB90C, 0x4D0D, 0x91, 0x27, 0x80, 0xD6, 0x65, 0xF7,
+            0xD7, 0x3E);
 struct IWMReaderAdvanced2 : public IWMReaderAdvanced {
     STDMETHOD(SetPlayMode)(WMT_PLAY_MODE Mode) PURE;
     STDMETHOD(GetPlayMode)(WMT_PLAY_MODE* pMode) PURE;
     STDMETHOD(GetBufferProgress)(DWORD* pdwPercent, QWORD* pcnsBuffering) PURE;
-    STDMETHOD(GetDownloadProgress)(DWORD* pdwPercent, QWORD* pqwBytesDownloaded, QWORD* pcnsDownload) PURE;
+    STDMETHOD(GetDownloadProgress)
+    (DWORD* pdwPercent, QWORD* pqwBytesDownloaded, QWORD* pcnsDownload) PURE;
     STDMETHOD(GetSaveAsProgress)(DWORD* pdwPercent) PURE;
     STDMETHOD(SaveFileAs)(const WCHAR* pwszFilename) PURE;
     STDMETHOD(GetProtocolName)(WCHAR* pwszProtocol, DWORD* pcchProtocol) PURE;
-    STDMETHOD(StartAtMarker)(WORD wMarkerIndex, QWORD cnsDuration, float fRate, void* pvContext) PURE;
-    STDMETHOD(GetOutputSetting)(DWORD dwOutputNum, LPCWSTR pszName, WMT_ATTR_DATATYPE* pType, BYTE* pValue, WORD* pcbLength) PURE;
-    STDMETHOD(SetOutputSetting)(DWORD dwOutputNum, LPCWSTR pszName, WMT_ATTR_DATATYPE Type, const BYTE* pValue, WORD cbLength) PURE;
+    STDMETHOD(StartAtMarker)
+    (WORD wMarkerIndex, QWORD cnsDuration, float fRate, void* pvContext) PURE;
+    STDMETHOD(GetOutputSetting)
+    (DWORD dwOutputNum, LPCWSTR pszName, WMT_ATTR_DATATYPE* pType, BYTE* pValue,
+     WORD* pcbLength) PURE;
+    STDMETHOD(SetOutputSetting)
+    (DWORD dwOutputNum, LPCWSTR pszName, WMT_ATTR_DATATYPE Type, const BYTE* pValue,
+     WORD cbLength) PURE;
     STDMETHOD(Preroll)(QWORD cnsStart, QWORD cnsDuration, float fRate) PURE;
     STDMETHOD(SetLogClientID)(BOOL fLogClientID) PURE;
     STDMETHOD(GetLogClientID)(BOOL* pfLogClientID) PURE;
@@ -599,60 +681,89 @@ struct IWMReaderAdvanced2 : public IWMReaderAdvanced {
 };
 MW_DECLARE_IID(IWMReaderAdvanced2, IID_IWMReaderAdvanced2);
 
-DEFINE_GUID(IID_IWMHeaderInfo, 0x96406BDA, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08, 0xFF);
+DEFINE_GUID(IID_IWMHeaderInfo, 0x96406BDA, 0x2B2B, 0x11D3, 0xB3, 0x6B, 0x00, 0xC0, 0x4F, 0x61, 0x08,
+            0xFF);
 struct IWMHeaderInfo : public IUnknown {
     STDMETHOD(GetAttributeCount)(WORD stream_num, WORD* attributes) PURE;
-    STDMETHOD(GetAttributeByIndex)(WORD index, WORD* stream_num, WCHAR* name, WORD* name_len, WMT_ATTR_DATATYPE* type, BYTE* value, WORD* length) PURE;
-    STDMETHOD(GetAttributeByName)(WORD* stream_num, LPCWSTR name, WMT_ATTR_DATATYPE* type, BYTE* value, WORD* length) PURE;
-    STDMETHOD(SetAttribute)(WORD stream_num, LPCWSTR name, WMT_ATTR_DATATYPE type, const BYTE* value, WORD length) PURE;
+    STDMETHOD(GetAttributeByIndex)
+    (WORD index, WORD* stream_num, WCHAR* name, WORD* name_len, WMT_ATTR_DATATYPE* type,
+     BYTE* value, WORD* length) PURE;
+    STDMETHOD(GetAttributeByName)
+    (WORD* stream_num, LPCWSTR name, WMT_ATTR_DATATYPE* type, BYTE* value, WORD* length) PURE;
+    STDMETHOD(SetAttribute)
+    (WORD stream_num, LPCWSTR name, WMT_ATTR_DATATYPE type, const BYTE* value, WORD length) PURE;
     STDMETHOD(GetMarkerCount)(WORD* markers) PURE;
     STDMETHOD(GetMarker)(WORD index, WCHAR* marker_name, WORD* marker_len, QWORD* marker_time) PURE;
     STDMETHOD(AddMarker)(LPCWSTR marker_name, QWORD marker_time) PURE;
     STDMETHOD(RemoveMarker)(WORD index) PURE;
     STDMETHOD(GetScriptCount)(WORD* scripts) PURE;
-    STDMETHOD(GetScript)(WORD index, WCHAR* type, WORD* type_len, WCHAR* command, WORD* command_len, QWORD* script_time) PURE;
+    STDMETHOD(GetScript)
+    (WORD index, WCHAR* type, WORD* type_len, WCHAR* command, WORD* command_len,
+     QWORD* script_time) PURE;
     STDMETHOD(AddScript)(LPCWSTR type, LPCWSTR command, QWORD script_time) PURE;
     STDMETHOD(RemoveScript)(WORD index) PURE;
 };
 MW_DECLARE_IID(IWMHeaderInfo, IID_IWMHeaderInfo);
 
-DEFINE_GUID(IID_IWMHeaderInfo2, 0x15CF9781, 0x454E, 0x482E, 0xB3, 0x93, 0x85, 0xFA, 0xE4, 0x87, 0xA8, 0x10);
+DEFINE_GUID(IID_IWMHeaderInfo2, 0x15CF9781, 0x454E, 0x482E, 0xB3, 0x93, 0x85, 0xFA, 0xE4, 0x87,
+            0xA8, 0x10);
 struct IWMHeaderInfo2 : public IWMHeaderInfo {
     STDMETHOD(GetCodecInfoCount)(DWORD* codec_infos) PURE;
-    STDMETHOD(GetCodecInfo)(DWORD index, WORD* name_len, WCHAR* name, WORD* description_len, WCHAR* description, WMT_CODEC_INFO_TYPE* codec_type, WORD* codec_info_cnt, BYTE* codec_info) PURE;
+    STDMETHOD(GetCodecInfo)
+    (DWORD index, WORD* name_len, WCHAR* name, WORD* description_len, WCHAR* description,
+     WMT_CODEC_INFO_TYPE* codec_type, WORD* codec_info_cnt, BYTE* codec_info) PURE;
 };
 MW_DECLARE_IID(IWMHeaderInfo2, IID_IWMHeaderInfo2);
 
-DEFINE_GUID(IID_IWMHeaderInfo3, 0x15CC68E3, 0x27CC, 0x4ECD, 0xB2, 0x22, 0x3F, 0x5D, 0x02, 0xD8, 0x0B, 0xD5);
+DEFINE_GUID(IID_IWMHeaderInfo3, 0x15CC68E3, 0x27CC, 0x4ECD, 0xB2, 0x22, 0x3F, 0x5D, 0x02, 0xD8,
+            0x0B, 0xD5);
 struct IWMHeaderInfo3 : public IWMHeaderInfo2 {
     STDMETHOD(GetAttributeCountEx)(WORD stream_num, WORD* attributes) PURE;
-    STDMETHOD(GetAttributeIndices)(WORD stream_num, LPCWSTR name, WORD* lang_index, WORD* indices, WORD* count) PURE;
-    STDMETHOD(GetAttributeByIndexEx)(WORD stream_num, WORD index, LPWSTR name, WORD* name_len, WMT_ATTR_DATATYPE* type, WORD* lang_index, BYTE* value, DWORD* data_len) PURE;
-    STDMETHOD(ModifyAttribute)(WORD stream_num, WORD index, WMT_ATTR_DATATYPE type, WORD lang_index, const BYTE* value, DWORD length) PURE;
-    STDMETHOD(AddAttribute)(WORD stream_num, LPCWSTR name, WORD* index, WMT_ATTR_DATATYPE type, WORD lang_index, const BYTE* value, DWORD length) PURE;
+    STDMETHOD(GetAttributeIndices)
+    (WORD stream_num, LPCWSTR name, WORD* lang_index, WORD* indices, WORD* count) PURE;
+    STDMETHOD(GetAttributeByIndexEx)
+    (WORD stream_num, WORD index, LPWSTR name, WORD* name_len, WMT_ATTR_DATATYPE* type,
+     WORD* lang_index, BYTE* value, DWORD* data_len) PURE;
+    STDMETHOD(ModifyAttribute)
+    (WORD stream_num, WORD index, WMT_ATTR_DATATYPE type, WORD lang_index, const BYTE* value,
+     DWORD length) PURE;
+    STDMETHOD(AddAttribute)
+    (WORD stream_num, LPCWSTR name, WORD* index, WMT_ATTR_DATATYPE type, WORD lang_index,
+     const BYTE* value, DWORD length) PURE;
     STDMETHOD(DeleteAttribute)(WORD stream_num, WORD index) PURE;
-    STDMETHOD(AddCodecInfo)(LPCWSTR name, LPCWSTR description, WMT_CODEC_INFO_TYPE codec_type, WORD codec_info_cnt, BYTE* codec_info) PURE;
+    STDMETHOD(AddCodecInfo)
+    (LPCWSTR name, LPCWSTR description, WMT_CODEC_INFO_TYPE codec_type, WORD codec_info_cnt,
+     BYTE* codec_info) PURE;
 };
 MW_DECLARE_IID(IWMHeaderInfo3, IID_IWMHeaderInfo3);
 
-DEFINE_GUID(IID_IWMSyncReader, 0x9397F121, 0x7705, 0x4DC9, 0xB0, 0x49, 0x98, 0xB6, 0x98, 0x18, 0x84, 0x14);
+DEFINE_GUID(IID_IWMSyncReader, 0x9397F121, 0x7705, 0x4DC9, 0xB0, 0x49, 0x98, 0xB6, 0x98, 0x18, 0x84,
+            0x14);
 struct IWMSyncReader : public IUnknown {
     STDMETHOD(Open)(const WCHAR* pwszFilename) PURE;
     STDMETHOD(Close)() PURE;
     STDMETHOD(SetRange)(QWORD cnsStartTime, LONGLONG cnsDuration) PURE;
     STDMETHOD(SetRangeByFrame)(WORD wStreamNum, QWORD qwFrameNumber, LONGLONG cFramesToRead) PURE;
-    STDMETHOD(GetNextSample)(WORD wStreamNum, INSSBuffer** ppSample, QWORD* pcnsSampleTime, QWORD* pcnsDuration, DWORD* pdwFlags, DWORD* pdwOutputNum, WORD* pwStreamNum) PURE;
-    STDMETHOD(SetStreamsSelected)(WORD cStreamCount, WORD* pwStreamNumbers, WMT_STREAM_SELECTION* pSelections) PURE;
+    STDMETHOD(GetNextSample)
+    (WORD wStreamNum, INSSBuffer** ppSample, QWORD* pcnsSampleTime, QWORD* pcnsDuration,
+     DWORD* pdwFlags, DWORD* pdwOutputNum, WORD* pwStreamNum) PURE;
+    STDMETHOD(SetStreamsSelected)
+    (WORD cStreamCount, WORD* pwStreamNumbers, WMT_STREAM_SELECTION* pSelections) PURE;
     STDMETHOD(GetStreamSelected)(WORD wStreamNum, WMT_STREAM_SELECTION* pSelection) PURE;
     STDMETHOD(SetReadStreamSamples)(WORD wStreamNum, BOOL fCompressed) PURE;
     STDMETHOD(GetReadStreamSamples)(WORD wStreamNum, BOOL* pfCompressed) PURE;
-    STDMETHOD(GetOutputSetting)(DWORD dwOutputNum, LPCWSTR pszName, WMT_ATTR_DATATYPE* pType, BYTE* pValue, WORD* pcbLength) PURE;
-    STDMETHOD(SetOutputSetting)(DWORD dwOutputNum, LPCWSTR pszName, WMT_ATTR_DATATYPE Type, const BYTE* pValue, WORD cbLength) PURE;
+    STDMETHOD(GetOutputSetting)
+    (DWORD dwOutputNum, LPCWSTR pszName, WMT_ATTR_DATATYPE* pType, BYTE* pValue,
+     WORD* pcbLength) PURE;
+    STDMETHOD(SetOutputSetting)
+    (DWORD dwOutputNum, LPCWSTR pszName, WMT_ATTR_DATATYPE Type, const BYTE* pValue,
+     WORD cbLength) PURE;
     STDMETHOD(GetOutputCount)(DWORD* pcOutputs) PURE;
     STDMETHOD(GetOutputProps)(DWORD dwOutputNum, IWMOutputMediaProps** ppOutput) PURE;
     STDMETHOD(SetOutputProps)(DWORD dwOutputNum, IWMOutputMediaProps* pOutput) PURE;
     STDMETHOD(GetOutputFormatCount)(DWORD dwOutputNum, DWORD* pcFormats) PURE;
-    STDMETHOD(GetOutputFormat)(DWORD dwOutputNum, DWORD dwFormatNum, IWMOutputMediaProps** ppProps) PURE;
+    STDMETHOD(GetOutputFormat)
+    (DWORD dwOutputNum, DWORD dwFormatNum, IWMOutputMediaProps** ppProps) PURE;
     STDMETHOD(GetOutputNumberForStream)(WORD wStreamNum, DWORD* pdwOutputNum) PURE;
     STDMETHOD(GetStreamNumberForOutput)(DWORD dwOutputNum, WORD* pwStreamNum) PURE;
     STDMETHOD(GetMaxOutputSampleSize)(DWORD dwOutput, DWORD* pcbMax) PURE;
@@ -661,27 +772,41 @@ struct IWMSyncReader : public IUnknown {
 };
 MW_DECLARE_IID(IWMSyncReader, IID_IWMSyncReader);
 
-DEFINE_GUID(IID_IWMCodecInfo, 0xA970F41E, 0x34DE, 0x4A98, 0xB3, 0xBA, 0xE4, 0xB3, 0xCA, 0x75, 0x28, 0xF0);
+DEFINE_GUID(IID_IWMCodecInfo, 0xA970F41E, 0x34DE, 0x4A98, 0xB3, 0xBA, 0xE4, 0xB3, 0xCA, 0x75, 0x28,
+            0xF0);
 struct IWMCodecInfo : public IUnknown {
     STDMETHOD(GetCodecInfoCount)(REFGUID guid, DWORD* count) PURE;
     STDMETHOD(GetCodecFormatCount)(REFGUID guid, DWORD codecindex, DWORD* formatcount) PURE;
-    STDMETHOD(GetCodecFormat)(REFGUID guid, DWORD codecindex, DWORD formatindex, IWMStreamConfig** streamconfig) PURE;
+    STDMETHOD(GetCodecFormat)
+    (REFGUID guid, DWORD codecindex, DWORD formatindex, IWMStreamConfig** streamconfig) PURE;
 };
 MW_DECLARE_IID(IWMCodecInfo, IID_IWMCodecInfo);
 
-DEFINE_GUID(IID_IWMCodecInfo2, 0xAA65E273, 0xB686, 0x4056, 0x91, 0xEC, 0xDD, 0x76, 0x8D, 0x4D, 0xF7, 0x10);
+DEFINE_GUID(IID_IWMCodecInfo2, 0xAA65E273, 0xB686, 0x4056, 0x91, 0xEC, 0xDD, 0x76, 0x8D, 0x4D, 0xF7,
+            0x10);
 struct IWMCodecInfo2 : public IWMCodecInfo {
     STDMETHOD(GetCodecName)(REFGUID guid, DWORD codecindex, WCHAR* name, DWORD* namesize) PURE;
-    STDMETHOD(GetCodecFormatDesc)(REFGUID guid, DWORD codecindex, DWORD formatindex, IWMStreamConfig** streamconfig, WCHAR* description, DWORD* descrsize) PURE;
+    STDMETHOD(GetCodecFormatDesc)
+    (REFGUID guid, DWORD codecindex, DWORD formatindex, IWMStreamConfig** streamconfig,
+     WCHAR* description, DWORD* descrsize) PURE;
 };
 MW_DECLARE_IID(IWMCodecInfo2, IID_IWMCodecInfo2);
 
-DEFINE_GUID(IID_IWMCodecInfo3, 0x7E51F487, 0x4D93, 0x4F98, 0x8A, 0xB4, 0x27, 0xD0, 0x56, 0x5A, 0xDC, 0x51);
+DEFINE_GUID(IID_IWMCodecInfo3, 0x7E51F487, 0x4D93, 0x4F98, 0x8A, 0xB4, 0x27, 0xD0, 0x56, 0x5A, 0xDC,
+            0x51);
 struct IWMCodecInfo3 : public IWMCodecInfo2 {
-    STDMETHOD(GetCodecFormatProp)(REFGUID guid, DWORD codecindex, DWORD formatindex, const WCHAR* name, WMT_ATTR_DATATYPE* type, BYTE* value, DWORD* size) PURE;
-    STDMETHOD(GetCodecProp)(REFGUID guid, DWORD codecindex, const WCHAR* name, WMT_ATTR_DATATYPE* type, BYTE* value, DWORD* size) PURE;
-    STDMETHOD(SetCodecEnumerationSetting)(REFGUID guid, DWORD codecindex, const WCHAR* name, WMT_ATTR_DATATYPE type, const BYTE* value, DWORD size) PURE;
-    STDMETHOD(GetCodecEnumerationSetting)(REFGUID guid, DWORD codecindex, const WCHAR* name, WMT_ATTR_DATATYPE* type, BYTE* value, DWORD* size) PURE;
+    STDMETHOD(GetCodecFormatProp)
+    (REFGUID guid, DWORD codecindex, DWORD formatindex, const WCHAR* name, WMT_ATTR_DATATYPE* type,
+     BYTE* value, DWORD* size) PURE;
+    STDMETHOD(GetCodecProp)
+    (REFGUID guid, DWORD codecindex, const WCHAR* name, WMT_ATTR_DATATYPE* type, BYTE* value,
+     DWORD* size) PURE;
+    STDMETHOD(SetCodecEnumerationSetting)
+    (REFGUID guid, DWORD codecindex, const WCHAR* name, WMT_ATTR_DATATYPE type, const BYTE* value,
+     DWORD size) PURE;
+    STDMETHOD(GetCodecEnumerationSetting)
+    (REFGUID guid, DWORD codecindex, const WCHAR* name, WMT_ATTR_DATATYPE* type, BYTE* value,
+     DWORD* size) PURE;
 };
 MW_DECLARE_IID(IWMCodecInfo3, IID_IWMCodecInfo3);
 

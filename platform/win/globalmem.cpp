@@ -19,7 +19,7 @@ struct Block {
 
 struct Heap {
     std::mutex mutex;
-    std::unordered_map<HGLOBAL, Block> blocks;  // by handle
+    std::unordered_map<HGLOBAL, Block> blocks;           // by handle
     std::unordered_map<const void*, HGLOBAL> byAddress;  // moveable blocks by their data
     uintptr_t nextMoveable = 1;
 };

@@ -88,12 +88,15 @@ std::string Utf16ToUtf8(std::u16string_view in) {
     return out;
 }
 
-std::string Utf16ToUtf8(const WCHAR* s) { return s ? Utf16ToUtf8(std::u16string_view(s)) : std::string(); }
+std::string Utf16ToUtf8(const WCHAR* s) {
+    return s ? Utf16ToUtf8(std::u16string_view(s)) : std::string();
+}
 
 size_t U16Len(const WCHAR* s) {
     if (!s) return 0;
     size_t n = 0;
-    while (s[n]) ++n;
+    while (s[n])
+        ++n;
     return n;
 }
 

@@ -3,6 +3,10 @@
 
 #include "winmem.h"
 
-DWORD WINAPI GetCurrentProcessId() { return static_cast<DWORD>(::getpid()); }
+DWORD WINAPI GetCurrentProcessId() {
+    return static_cast<DWORD>(::getpid());
+}
 
-HANDLE WINAPI GetCurrentProcess() { return INVALID_HANDLE_VALUE; }
+HANDLE WINAPI GetCurrentProcess() {
+    return INVALID_HANDLE_VALUE;
+}

@@ -203,7 +203,8 @@ TEST(WaveOutErrors, LateDoneAfterCloseDoesNothing) {
 // Threads of this process, as the kernel counts them.
 int ProcessThreadCount() {
     int n = 0;
-    for ([[maybe_unused]] auto& e : std::filesystem::directory_iterator("/proc/self/task")) ++n;
+    for ([[maybe_unused]] auto& e : std::filesystem::directory_iterator("/proc/self/task"))
+        ++n;
     return n;
 }
 

@@ -18,7 +18,9 @@ public:
     using TLockPersistent::TLockPersistent;
     int32_t Channels() const { return FChannels; }
     void SetChannels(int32_t v) { Setters().SetterMin(FChannels, v, 1, Notifier()); }
-    static void Publish(TPropertyList& p) { p.Add<TFormat>("Channels", &TFormat::Channels, &TFormat::SetChannels, 2); }
+    static void Publish(TPropertyList& p) {
+        p.Add<TFormat>("Channels", &TFormat::Channels, &TFormat::SetChannels, 2);
+    }
 
 private:
     int32_t FChannels = 2;
@@ -32,7 +34,8 @@ public:
     static void Publish(TPropertyList& p) {
         p.Add<TChannelItem>(
             "Label", [](const TChannelItem& i) { return i.Label; },
-            [](TChannelItem& i, std::string v) { i.Setters().Setter(i.Label, v, i.Notifier()); }, std::string());
+            [](TChannelItem& i, std::string v) { i.Setters().Setter(i.Label, v, i.Notifier()); },
+            std::string());
     }
     using TLockCollectionItem::Notifier;
 };
@@ -51,7 +54,9 @@ class TMixer : public TLockComponent {
     MW_CLASS(TMixer, TLockComponent)
 public:
     explicit TMixer(TComponent* owner)
-        : TLockComponent(owner), FFormat(this, ComponentLock(), Notifier()), FItems(this, ComponentLock()) {}
+        : TLockComponent(owner),
+          FFormat(this, ComponentLock(), Notifier()),
+          FItems(this, ComponentLock()) {}
     ~TMixer() override { gFreed.push_back(Name()); }
     TFormat* Format() { return &FFormat; }
     TChannelItems* Items() { return &FItems; }
@@ -61,16 +66,22 @@ public:
     void CreateStart(bool loaded) override { Starts.push_back(loaded); }
     static void Publish(TPropertyList& p) {
         p.Add<TMixer>("Gain", &TMixer::Gain, &TMixer::SetGain, 1.0f)
-            .AddObject<TMixer>("Format", [](const TMixer& m) { return const_cast<TFormat*>(&m.FFormat); })
-            .AddObject<TMixer>("Items", [](const TMixer& m) { return const_cast<TChannelItems*>(&m.FItems); });
+            .AddObject<TMixer>("Format",
+                               [](const TMixer& m) { return const_cast<TFormat*>(&m.FFormat); })
+            .AddObject<TMixer>(
+                "Items", [](const TMixer& m) { return const_cast<TChannelItems*>(&m.FItems); });
     }
 
     int Changes = 0;
     std::vector<bool> Starts;
     TQSErrorEvent OnError;
     TQSWarningEvent OnWarning;
-    void Error(const std::string& text, uint32_t code) { mw::ReportError(this, OnError, IsDesigning(), text, code); }
-    void Warning(const std::string& text, uint32_t code) { mw::ReportWarning(this, OnWarning, text, code); }
+    void Error(const std::string& text, uint32_t code) {
+        mw::ReportError(this, OnError, IsDesigning(), text, code);
+    }
+    void Warning(const std::string& text, uint32_t code) {
+        mw::ReportWarning(this, OnWarning, text, code);
+    }
 
 private:
     TFormat FFormat;
@@ -149,7 +160,8 @@ TEST(Component, SubObjectsShareTheComponentLockAndTellTheOwner) {
     m->Format()->SetChannels(1);
     EXPECT_EQ(m->Changes, 2);
     {
-        // A setter of a sub-object takes the same lock: it can run under the component's write hold.
+        // A setter of a sub-object takes the same lock: it can run under the component's write
+        // hold.
         TLockGuard w = m->ComponentLock()->AcquireWrite();
         m->Format()->SetChannels(4);
     }
@@ -214,7 +226,9 @@ TEST(ErrorReporting, DesignTimeAndWarningsNeverRaise) {
     m->SetDesigning(false);
     EXPECT_THROW(m->Error("x", 1), EQSException);
     std::string warned;
-    m->OnWarning = [&](TObject*, const std::string& t, uint32_t c) { warned = t + std::to_string(c); };
+    m->OnWarning = [&](TObject*, const std::string& t, uint32_t c) {
+        warned = t + std::to_string(c);
+    };
     EXPECT_NO_THROW(m->Warning("optional interface missing", 7));
     EXPECT_EQ(warned, "optional interface missing7");
     EXPECT_EQ(mw::QSErrorText("t", 0x80004005u), "t - 2147500037 - 80004005");

@@ -92,7 +92,8 @@ TEST(ComponentLock, ExecuteUnlockedLetsAnotherThreadTakeTheLock) {
 TEST(ComponentLock, ExecuteUnlockedRestoresHoldsWhenTheClosureThrows) {
     auto lock = MwNew<TBasicLockChangeNotifyLock>();
     TLockGuard w = lock->AcquireWrite();
-    EXPECT_THROW(lock->ExecuteUnlocked([] { throw std::runtime_error("boom"); }), std::runtime_error);
+    EXPECT_THROW(lock->ExecuteUnlocked([] { throw std::runtime_error("boom"); }),
+                 std::runtime_error);
     EXPECT_TRUE(lock->IsWrittenByCurrentThread());
 }
 
@@ -119,7 +120,8 @@ TEST(ComponentLock, ManyThreadsCountUnderTheWriteLock) {
                 ++counter;
             }
         });
-    for (auto& t : threads) t.join();
+    for (auto& t : threads)
+        t.join();
     EXPECT_EQ(counter, 8000);
 }
 

@@ -23,7 +23,8 @@ struct Recorder {
 TEST(PropertySetter, StepsRunInOrderAroundTheStore) {
     int32_t field = 1;
     Recorder rec(&field);
-    auto lock = MwNew<TBasicLockChangeNotifyLock>([&] { rec.Steps.push_back("lock closure:" + std::to_string(field)); });
+    auto lock = MwNew<TBasicLockChangeNotifyLock>(
+        [&] { rec.Steps.push_back("lock closure:" + std::to_string(field)); });
     int32_t seenWhenChanging = -1;
     GPropertyChangeNotify().Subscribe([&](const void* f, bool changed) {
         if (f == &field && !changed) seenWhenChanging = field;
@@ -34,7 +35,8 @@ TEST(PropertySetter, StepsRunInOrderAroundTheStore) {
     });
     EXPECT_EQ(field, 7);
     EXPECT_EQ(seenWhenChanging, 1) << "the change is announced before the value is stored";
-    EXPECT_EQ(rec.Steps, (std::vector<std::string>{"changing", "closure:7", "changed", "lock closure:7"}));
+    EXPECT_EQ(rec.Steps,
+              (std::vector<std::string>{"changing", "closure:7", "changed", "lock closure:7"}));
     EXPECT_FALSE(lock->IsHeldByCurrentThread()) << "the setter lets go of the lock";
 }
 
@@ -53,9 +55,11 @@ TEST(PropertySetter, FlagTakesTheLockExclusively) {
     auto lock = MwNew<TBasicLockChangeNotifyLock>();
     bool exclusive = false;
     int32_t field = 0;
-    lock->Setter(field, 1, [&] { exclusive = lock->IsWrittenByCurrentThread(); }, true);
+    lock->Setter(
+        field, 1, [&] { exclusive = lock->IsWrittenByCurrentThread(); }, true);
     EXPECT_TRUE(exclusive);
-    lock->Setter(field, 2, [&] { exclusive = lock->IsWrittenByCurrentThread(); }, false);
+    lock->Setter(
+        field, 2, [&] { exclusive = lock->IsWrittenByCurrentThread(); }, false);
     EXPECT_FALSE(exclusive);
 }
 

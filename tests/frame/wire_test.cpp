@@ -22,7 +22,8 @@ namespace {
 class TToneSource : public TLockComponent {
     MW_CLASS(TToneSource, TLockComponent)
 public:
-    explicit TToneSource(TComponent* owner) : TLockComponent(owner), Output(this, ComponentLock(), nullptr, {}) {
+    explicit TToneSource(TComponent* owner)
+        : TLockComponent(owner), Output(this, ComponentLock(), nullptr, {}) {
         Output.SetName("Output");
         Output.SetOnMasterPump([this](TQSQWClockableSourcePin* pin, TObject* master, uint32_t n) {
             if (Pump.Accept(pin, master, n)) ++Served;
@@ -30,7 +31,8 @@ public:
     }
     void Start(const TQAWaveFormatExtensible& f) { Output.Notify(MwNew<TQWStartWaveOperation>(f)); }
     void Send(const std::vector<uint8_t>& bytes) {
-        Output.SubmitBuffer(MwNew<TQSBlockBuffer>(bytes.data(), static_cast<uint32_t>(bytes.size())));
+        Output.SubmitBuffer(
+            MwNew<TQSBlockBuffer>(bytes.data(), static_cast<uint32_t>(bytes.size())));
     }
     template <class Op>
     void Say() {
@@ -48,11 +50,11 @@ class TRecorder : public TLockComponent {
 public:
     explicit TRecorder(TComponent* owner, bool willPump = false, uint32_t priority = 0)
         : TLockComponent(owner),
-          Input(this, ComponentLock(),
-                [this](TQWBasicPin*, TQWBasicPin*, const GUID*, IQWNotifyOperation* op, TQWNotifyState) {
-                    return Dispatch(op);
-                },
-                [this](TQWPin*) { ++Connects; }, [this](TQWPin*) { ++Disconnects; }),
+          Input(
+              this, ComponentLock(),
+              [this](TQWBasicPin*, TQWBasicPin*, const GUID*, IQWNotifyOperation* op,
+                     TQWNotifyState) { return Dispatch(op); },
+              [this](TQWPin*) { ++Connects; }, [this](TQWPin*) { ++Disconnects; }),
           FWillPump(willPump),
           FPriority(priority) {
         Input.SetName("Input");
@@ -118,7 +120,8 @@ TEST_F(Wire, OneStreamReachesTwoSinksIntactAndInOrder) {
         src->Start(fmt);
         for (int i = 0; i < 50; ++i) {
             std::vector<uint8_t> chunk(4096 + i);
-            for (size_t k = 0; k < chunk.size(); ++k) chunk[k] = static_cast<uint8_t>(k * 7 + i);
+            for (size_t k = 0; k < chunk.size(); ++k)
+                chunk[k] = static_cast<uint8_t>(k * 7 + i);
             sent.insert(sent.end(), chunk.begin(), chunk.end());
             src->Send(chunk);
             if (i == 10) src->Say<TQWQSPauseOperation>();
@@ -244,7 +247,8 @@ TEST_F(Wire, MasterPumpIsServedOncePerOperationNumberExceptAfterStart) {
     EXPECT_EQ(src->Served, 2);
 
     src->Pump.StartPump(src->Output);
-    pump->Input.MasterPump(pump, 8);  // the first request after a new start is served whatever its number
+    pump->Input.MasterPump(pump,
+                           8);  // the first request after a new start is served whatever its number
     EXPECT_EQ(src->Served, 3);
     pump->Input.MasterPump(pump);  // the plain form numbers calls itself
     pump->Input.MasterPump(pump);
@@ -256,8 +260,12 @@ TEST_F(Wire, ClockTicksReachOnlySinksThatNeedThem) {
     auto* r = Make<TRecorder>();
     TQWClockSourcePin clock(src, src->ComponentLock());
     std::vector<int> ticksA, ticksB;
-    TQWClockMultiSinkPin a(r, r->ComponentLock(), [&](TQWClockMultiSinkPin*, TQWBasicPin*, int n) { ticksA.push_back(n); });
-    TQWClockMultiSinkPin b(r, r->ComponentLock(), [&](TQWClockMultiSinkPin*, TQWBasicPin*, int n) { ticksB.push_back(n); });
+    TQWClockMultiSinkPin a(r, r->ComponentLock(), [&](TQWClockMultiSinkPin*, TQWBasicPin*, int n) {
+        ticksA.push_back(n);
+    });
+    TQWClockMultiSinkPin b(r, r->ComponentLock(), [&](TQWClockMultiSinkPin*, TQWBasicPin*, int n) {
+        ticksB.push_back(n);
+    });
     QWConnect(clock, a);
     QWConnect(clock, b);
     clock.Clock(441);
@@ -281,7 +289,9 @@ TEST_F(Wire, StatePinPublishesValueAndRangeToItsPeers) {
     std::vector<int64_t> values;
     TQWInt64TimeRangedStatePin in(
         r, r->ComponentLock(),
-        [&](TQWInt64TimeRangedStatePin*, int64_t v, int64_t, int64_t, int64_t, int64_t) { values.push_back(v); },
+        [&](TQWInt64TimeRangedStatePin*, int64_t v, int64_t, int64_t, int64_t, int64_t) {
+            values.push_back(v);
+        },
         [&](TQWInt64TimeRangedStatePin*, int64_t, int64_t) { ++rangeEvents; });
     ASSERT_TRUE(QWConnect(out, in));
     out.SubmitValueRange(10, 0, 100, 1, 2);
@@ -309,7 +319,8 @@ TEST_F(Wire, PinListGrowsWhenEveryPinIsConnected) {
     TQWPinListOwner list(
         r->ComponentLock(), 1, pcAutoGrow | pcAutoShrink, 1, 3,
         [&](int) {
-            made.push_back(std::make_unique<TQAQWAudioSinkPin>(r, r->ComponentLock(), TQWBasicPinNotificationEvent{}));
+            made.push_back(std::make_unique<TQAQWAudioSinkPin>(r, r->ComponentLock(),
+                                                               TQWBasicPinNotificationEvent{}));
             return made.back().get();
         },
         [&](TQWPin* p) { std::erase_if(made, [p](auto& u) { return u.get() == p; }); });
@@ -358,7 +369,8 @@ public:
 };
 
 TEST(WireForm, ConnectionsAreSavedByComponentAndPinNameAndComeBack) {
-    RegisterClasses({TWiredForm::StaticClass(), TToneSource::StaticClass(), TRecorder::StaticClass()});
+    RegisterClasses(
+        {TWiredForm::StaticClass(), TToneSource::StaticClass(), TRecorder::StaticClass()});
     TOwned<TWiredForm> form(TComponent::New<TWiredForm>(nullptr));
     form->SetName("Form1");
     auto* src = TComponent::New<TToneSource>(form.get());
@@ -390,7 +402,8 @@ TEST(WireForm, ConnectionsAreSavedByComponentAndPinNameAndComeBack) {
 }
 
 TEST(WireForm, AConnectionToAnUnknownPinFailsTheWholeLoad) {
-    RegisterClasses({TWiredForm::StaticClass(), TToneSource::StaticClass(), TRecorder::StaticClass()});
+    RegisterClasses(
+        {TWiredForm::StaticClass(), TToneSource::StaticClass(), TRecorder::StaticClass()});
     const std::string text =
         "object Form1: TWiredForm\n"
         "  object Tone: TToneSource\n"

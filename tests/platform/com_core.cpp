@@ -67,48 +67,58 @@ TEST(ComApartment, CountsPerThreadAndBalances) {
 
 TEST(ComCreate, UnknownClassAndUninitialisedThreadFail) {
     ComPtr<IUnknown> obj;
-    EXPECT_EQ(CoCreateInstance(kTestClass, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, obj.ReleaseAndGetVoidAddress()),
+    EXPECT_EQ(CoCreateInstance(kTestClass, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown,
+                               obj.ReleaseAndGetVoidAddress()),
               CO_E_NOTINITIALIZED);
     ComScope com;
-    EXPECT_EQ(CoCreateInstance(kTestClass, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, obj.ReleaseAndGetVoidAddress()),
+    EXPECT_EQ(CoCreateInstance(kTestClass, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown,
+                               obj.ReleaseAndGetVoidAddress()),
               REGDB_E_CLASSNOTREG);
     EXPECT_FALSE(obj);
-    EXPECT_EQ(CoCreateInstance(kTestClass, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, nullptr), E_POINTER);
+    EXPECT_EQ(CoCreateInstance(kTestClass, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, nullptr),
+              E_POINTER);
 }
 
 TEST(ComCreate, RegisteredClassIsCreatedWithTheAskedInterface) {
     ComScope com;
-    DWORD cookie = mw::RegisterComClass(kTestClass, [](IUnknown* outer, REFIID riid, void** ppv) -> HRESULT {
-        if (outer) return CLASS_E_NOAGGREGATION;
-        auto* o = new Counted;
-        HRESULT hr = o->QueryInterface(riid, ppv);
-        o->Release();
-        return hr;
-    });
+    DWORD cookie =
+        mw::RegisterComClass(kTestClass, [](IUnknown* outer, REFIID riid, void** ppv) -> HRESULT {
+            if (outer) return CLASS_E_NOAGGREGATION;
+            auto* o = new Counted;
+            HRESULT hr = o->QueryInterface(riid, ppv);
+            o->Release();
+            return hr;
+        });
     ASSERT_NE(cookie, 0u);
     EXPECT_TRUE(mw::IsComClassRegistered(kTestClass));
     ComPtr<IPersist> persist;
-    ASSERT_EQ(CoCreateInstance(kTestClass, nullptr, 3, IID_IPersist, persist.ReleaseAndGetVoidAddress()), S_OK);
+    ASSERT_EQ(
+        CoCreateInstance(kTestClass, nullptr, 3, IID_IPersist, persist.ReleaseAndGetVoidAddress()),
+        S_OK);
     CLSID id{};
     EXPECT_EQ(persist->GetClassID(&id), S_OK);
     EXPECT_TRUE(IsEqualCLSID(id, kTestClass));
     ComPtr<IPin> pin;
-    EXPECT_EQ(CoCreateInstance(kTestClass, nullptr, 3, IID_IPin, pin.ReleaseAndGetVoidAddress()), E_NOINTERFACE);
+    EXPECT_EQ(CoCreateInstance(kTestClass, nullptr, 3, IID_IPin, pin.ReleaseAndGetVoidAddress()),
+              E_NOINTERFACE);
     EXPECT_FALSE(pin);
-    EXPECT_EQ(CoCreateInstance(kTestClass, nullptr, CLSCTX_LOCAL_SERVER, IID_IPersist, persist.ReleaseAndGetVoidAddress()),
+    EXPECT_EQ(CoCreateInstance(kTestClass, nullptr, CLSCTX_LOCAL_SERVER, IID_IPersist,
+                               persist.ReleaseAndGetVoidAddress()),
               REGDB_E_CLASSNOTREG);
     mw::RevokeComClass(cookie);
-    EXPECT_EQ(CoCreateInstance(kTestClass, nullptr, 3, IID_IPersist, persist.ReleaseAndGetVoidAddress()),
-              REGDB_E_CLASSNOTREG);
+    EXPECT_EQ(
+        CoCreateInstance(kTestClass, nullptr, 3, IID_IPersist, persist.ReleaseAndGetVoidAddress()),
+        REGDB_E_CLASSNOTREG);
 }
 
 TEST(ComCreate, ClassesCanBeCreatedFromManyThreads) {
-    DWORD cookie = mw::RegisterComClass(kTestClass, [](IUnknown*, REFIID riid, void** ppv) -> HRESULT {
-        auto* o = new Counted;
-        HRESULT hr = o->QueryInterface(riid, ppv);
-        o->Release();
-        return hr;
-    });
+    DWORD cookie =
+        mw::RegisterComClass(kTestClass, [](IUnknown*, REFIID riid, void** ppv) -> HRESULT {
+            auto* o = new Counted;
+            HRESULT hr = o->QueryInterface(riid, ppv);
+            o->Release();
+            return hr;
+        });
     std::vector<std::thread> threads;
     std::atomic<int> created{0};
     for (int t = 0; t < 4; ++t) {
@@ -116,12 +126,15 @@ TEST(ComCreate, ClassesCanBeCreatedFromManyThreads) {
             CoInitializeEx(nullptr, COINIT_MULTITHREADED);
             for (int i = 0; i < 200; ++i) {
                 ComPtr<IPersist> p;
-                if (CoCreateInstance(kTestClass, nullptr, 3, IID_IPersist, p.ReleaseAndGetVoidAddress()) == S_OK) ++created;
+                if (CoCreateInstance(kTestClass, nullptr, 3, IID_IPersist,
+                                     p.ReleaseAndGetVoidAddress()) == S_OK)
+                    ++created;
             }
             CoUninitialize();
         });
     }
-    for (auto& t : threads) t.join();
+    for (auto& t : threads)
+        t.join();
     mw::RevokeComClass(cookie);
     EXPECT_EQ(created.load(), 800);
 }

@@ -91,7 +91,8 @@ protected:
         cookies_.push_back(mw::RegisterDevice(b));
     }
     void TearDown() override {
-        for (DWORD c : cookies_) mw::RevokeDevice(c);
+        for (DWORD c : cookies_)
+            mw::RevokeDevice(c);
         CoUninitialize();
     }
     ComPtr<IMoniker> Parse(const std::u16string& name, HRESULT* hr, ULONG* eaten = nullptr) {
@@ -110,7 +111,8 @@ TEST_F(DeviceMonikers, DisplayNamesHaveThePlatformsForm) {
     std::vector<ComPtr<IMoniker>> list;
     ASSERT_EQ(mw::EnumDeviceMonikers(kCategory, &list), S_OK);
     ASSERT_EQ(list.size(), 2u);
-    EXPECT_EQ(DisplayName(list[0].Get()), std::u16string(u"@device:cm:") + kCategoryText + u"\\Loopback");
+    EXPECT_EQ(DisplayName(list[0].Get()),
+              std::u16string(u"@device:cm:") + kCategoryText + u"\\Loopback");
     CLSID id{};
     EXPECT_EQ(list[0]->GetClassID(&id), S_OK);
     EXPECT_TRUE(IsEqualCLSID(id, CLSID_CDeviceMoniker));
@@ -118,7 +120,9 @@ TEST_F(DeviceMonikers, DisplayNamesHaveThePlatformsForm) {
     dmo.kind = u"dmo";
     dmo.category = kCategory;
     dmo.clsid = kFilterClass;
-    EXPECT_EQ(mw::DeviceDisplayName(dmo), std::u16string(u"@device:dmo:{6D77C0A3-3333-4A6B-9C00-000000000003}") + kCategoryText);
+    EXPECT_EQ(
+        mw::DeviceDisplayName(dmo),
+        std::u16string(u"@device:dmo:{6D77C0A3-3333-4A6B-9C00-000000000003}") + kCategoryText);
 }
 
 TEST_F(DeviceMonikers, ParsedDisplayNameRoundTripsAndBindsToItsPropertyBag) {
@@ -132,7 +136,8 @@ TEST_F(DeviceMonikers, ParsedDisplayNameRoundTripsAndBindsToItsPropertyBag) {
     EXPECT_EQ(DisplayName(m.Get()), name);
 
     ComPtr<IPropertyBag> bag;
-    ASSERT_EQ(m->BindToStorage(nullptr, nullptr, IID_IPropertyBag, bag.ReleaseAndGetVoidAddress()), S_OK);
+    ASSERT_EQ(m->BindToStorage(nullptr, nullptr, IID_IPropertyBag, bag.ReleaseAndGetVoidAddress()),
+              S_OK);
     ASSERT_TRUE(bag);
     EXPECT_EQ(ReadString(bag.Get(), u"FriendlyName"), u"Loopback");
     EXPECT_EQ(ReadString(bag.Get(), u"CLSID"), u"{6D77C0A3-3333-4A6B-9C00-000000000003}");
@@ -154,7 +159,8 @@ TEST_F(DeviceMonikers, ParsedDisplayNameRoundTripsAndBindsToItsPropertyBag) {
     EXPECT_EQ(missing, E_INVALIDARG);
 
     // The name is matched without case, as the platform's names are.
-    ComPtr<IMoniker> again = Parse(u"@DEVICE:cm:{6d77c0a2-2222-4a6b-9c00-000000000002}\\loopback", &hr);
+    ComPtr<IMoniker> again =
+        Parse(u"@DEVICE:cm:{6d77c0a2-2222-4a6b-9c00-000000000002}\\loopback", &hr);
     ASSERT_EQ(hr, S_OK);
     EXPECT_EQ(m->IsEqual(again.Get()), S_OK);
     DWORD h1 = 0, h2 = 0;
@@ -169,9 +175,11 @@ TEST_F(DeviceMonikers, DefaultFormNamesTheCategorysDefaultDevice) {
     ComPtr<IMoniker> m = Parse(std::u16string(u"@device:*:") + kCategoryText, &hr, &eaten);
     ASSERT_EQ(hr, S_OK);
     EXPECT_EQ(eaten, 10u + 38u);
-    EXPECT_EQ(DisplayName(m.Get()), std::u16string(u"@device:cm:") + kCategoryText + u"\\Virtual Output");
+    EXPECT_EQ(DisplayName(m.Get()),
+              std::u16string(u"@device:cm:") + kCategoryText + u"\\Virtual Output");
     ComPtr<IPropertyBag> bag;
-    ASSERT_EQ(m->BindToStorage(nullptr, nullptr, IID_IPropertyBag, bag.ReleaseAndGetVoidAddress()), S_OK);
+    ASSERT_EQ(m->BindToStorage(nullptr, nullptr, IID_IPropertyBag, bag.ReleaseAndGetVoidAddress()),
+              S_OK);
     EXPECT_EQ(ReadString(bag.Get(), u"FriendlyName"), u"Virtual Output");
 }
 
@@ -191,7 +199,8 @@ TEST_F(DeviceMonikers, BadNamesGiveThePlatformsFailures) {
     EXPECT_EQ(hr, MK_E_SYNTAX);
     ComPtr<IMoniker> m;
     ULONG e = 0;
-    EXPECT_EQ(MkParseDisplayName(nullptr, u"@device:*:{6D77C0A2-2222-4A6B-9C00-000000000002}", &e, m.ReleaseAndGetAddressOf()),
+    EXPECT_EQ(MkParseDisplayName(nullptr, u"@device:*:{6D77C0A2-2222-4A6B-9C00-000000000002}", &e,
+                                 m.ReleaseAndGetAddressOf()),
               E_INVALIDARG);
     std::vector<ComPtr<IMoniker>> none;
     EXPECT_EQ(mw::EnumDeviceMonikers(GUID_NULL, &none), S_FALSE);
@@ -202,24 +211,31 @@ TEST_F(DeviceMonikers, BindToObjectCreatesTheDevicesFilter) {
     std::vector<ComPtr<IMoniker>> list;
     ASSERT_EQ(mw::EnumDeviceMonikers(kCategory, &list), S_OK);
     ComPtr<IPersist> obj;
-    ASSERT_EQ(list[0]->BindToObject(nullptr, nullptr, IID_IPersist, obj.ReleaseAndGetVoidAddress()), S_OK);
+    ASSERT_EQ(list[0]->BindToObject(nullptr, nullptr, IID_IPersist, obj.ReleaseAndGetVoidAddress()),
+              S_OK);
     EXPECT_TRUE(obj);
     ComPtr<IPin> wrong;
-    EXPECT_EQ(list[0]->BindToObject(nullptr, nullptr, IID_IPin, wrong.ReleaseAndGetVoidAddress()), E_NOINTERFACE);
+    EXPECT_EQ(list[0]->BindToObject(nullptr, nullptr, IID_IPin, wrong.ReleaseAndGetVoidAddress()),
+              E_NOINTERFACE);
     // The second device has no creator: its class goes through CoCreateInstance.
-    EXPECT_EQ(list[1]->BindToObject(nullptr, nullptr, IID_IPersist, obj.ReleaseAndGetVoidAddress()), REGDB_E_CLASSNOTREG);
+    EXPECT_EQ(list[1]->BindToObject(nullptr, nullptr, IID_IPersist, obj.ReleaseAndGetVoidAddress()),
+              REGDB_E_CLASSNOTREG);
     DWORD cls = mw::RegisterComClass(kFilterClass, CreateObj);
-    EXPECT_EQ(list[1]->BindToObject(nullptr, nullptr, IID_IPersist, obj.ReleaseAndGetVoidAddress()), S_OK);
+    EXPECT_EQ(list[1]->BindToObject(nullptr, nullptr, IID_IPersist, obj.ReleaseAndGetVoidAddress()),
+              S_OK);
     mw::RevokeComClass(cls);
 }
 
 TEST_F(DeviceMonikers, MonikerOutlivesItsRevokedDevice) {
     std::vector<ComPtr<IMoniker>> list;
     ASSERT_EQ(mw::EnumDeviceMonikers(kCategory, &list), S_OK);
-    for (DWORD c : cookies_) mw::RevokeDevice(c);
+    for (DWORD c : cookies_)
+        mw::RevokeDevice(c);
     cookies_.clear();
     ComPtr<IPropertyBag> bag;
-    ASSERT_EQ(list[0]->BindToStorage(nullptr, nullptr, IID_IPropertyBag, bag.ReleaseAndGetVoidAddress()), S_OK);
+    ASSERT_EQ(
+        list[0]->BindToStorage(nullptr, nullptr, IID_IPropertyBag, bag.ReleaseAndGetVoidAddress()),
+        S_OK);
     EXPECT_EQ(ReadString(bag.Get(), u"FriendlyName"), u"Loopback");
     HRESULT hr;
     EXPECT_FALSE(Parse(std::u16string(u"@device:cm:") + kCategoryText + u"\\Loopback", &hr));
@@ -256,11 +272,14 @@ TEST_F(DeviceMonikers, ManyThreadsParseAndReadBags) {
                 CreateBindCtx(0, ctx.ReleaseAndGetAddressOf());
                 ComPtr<IMoniker> m;
                 ULONG eaten;
-                if (MkParseDisplayName(ctx.Get(), (std::u16string(u"@device:*:") + kCategoryText).c_str(), &eaten,
-                                       m.ReleaseAndGetAddressOf()) != S_OK)
+                if (MkParseDisplayName(ctx.Get(),
+                                       (std::u16string(u"@device:*:") + kCategoryText).c_str(),
+                                       &eaten, m.ReleaseAndGetAddressOf()) != S_OK)
                     continue;
                 ComPtr<IPropertyBag> bag;
-                if (m->BindToStorage(nullptr, nullptr, IID_IPropertyBag, bag.ReleaseAndGetVoidAddress()) != S_OK) continue;
+                if (m->BindToStorage(nullptr, nullptr, IID_IPropertyBag,
+                                     bag.ReleaseAndGetVoidAddress()) != S_OK)
+                    continue;
                 VARIANT v;
                 VariantInit(&v);
                 v.vt = VT_I4;
@@ -269,7 +288,8 @@ TEST_F(DeviceMonikers, ManyThreadsParseAndReadBags) {
             }
         });
     }
-    for (auto& t : threads) t.join();
+    for (auto& t : threads)
+        t.join();
     EXPECT_EQ(ok.load(), 400);
 }
 
@@ -280,9 +300,11 @@ TEST(BindContext, KeepsParametersAndBoundObjects) {
     auto* o = new Obj;
     EXPECT_EQ(ctx->RegisterObjectParam(const_cast<LPOLESTR>(u"key"), o), S_OK);
     ComPtr<IUnknown> back;
-    EXPECT_EQ(ctx->GetObjectParam(const_cast<LPOLESTR>(u"key"), back.ReleaseAndGetAddressOf()), S_OK);
+    EXPECT_EQ(ctx->GetObjectParam(const_cast<LPOLESTR>(u"key"), back.ReleaseAndGetAddressOf()),
+              S_OK);
     EXPECT_EQ(back.Get(), static_cast<IUnknown*>(o));
-    EXPECT_EQ(ctx->GetObjectParam(const_cast<LPOLESTR>(u"other"), back.ReleaseAndGetAddressOf()), E_FAIL);
+    EXPECT_EQ(ctx->GetObjectParam(const_cast<LPOLESTR>(u"other"), back.ReleaseAndGetAddressOf()),
+              E_FAIL);
     EXPECT_EQ(ctx->RegisterObjectBound(o), S_OK);
     EXPECT_EQ(ctx->RevokeObjectBound(o), S_OK);
     EXPECT_EQ(ctx->RevokeObjectBound(o), MK_E_NOTBOUND);

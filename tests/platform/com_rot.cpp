@@ -44,8 +44,8 @@ public:
 // (at least 8 digits), %8.8x the process id in 8 digits.
 std::u16string GraphName(const void* graph) {
     char buf[64];
-    std::snprintf(buf, sizeof buf, "FilterGraph %08" PRIXPTR " pid %08x", reinterpret_cast<uintptr_t>(graph),
-                  GetCurrentProcessId());
+    std::snprintf(buf, sizeof buf, "FilterGraph %08" PRIXPTR " pid %08x",
+                  reinterpret_cast<uintptr_t>(graph), GetCurrentProcessId());
     return mw::Utf8ToUtf16(buf);
 }
 
@@ -85,7 +85,9 @@ TEST(RunningObjectTable, RegistersAndRevokesTheGraphUnderAnItemMoniker) {
     ComPtr<IBindCtx> ctx;
     CreateBindCtx(0, ctx.ReleaseAndGetAddressOf());
     ComPtr<IPersist> bound;
-    EXPECT_EQ(same->BindToObject(ctx.Get(), nullptr, IID_IPersist, bound.ReleaseAndGetVoidAddress()), S_OK);
+    EXPECT_EQ(
+        same->BindToObject(ctx.Get(), nullptr, IID_IPersist, bound.ReleaseAndGetVoidAddress()),
+        S_OK);
     bound.Reset();
 
     // Enumeration lists the entry by its display name.
@@ -147,14 +149,16 @@ TEST(RunningObjectTable, ThreadsRegisterAndRevokeConcurrently) {
                 ComPtr<IMoniker> m;
                 CreateItemMoniker(u"!", GraphName(graph).c_str(), m.ReleaseAndGetAddressOf());
                 DWORD cookie = 0;
-                if (rot->Register(ROTFLAGS_REGISTRATIONKEEPSALIVE, graph, m.Get(), &cookie) == S_OK &&
+                if (rot->Register(ROTFLAGS_REGISTRATIONKEEPSALIVE, graph, m.Get(), &cookie) ==
+                        S_OK &&
                     rot->IsRunning(m.Get()) == S_OK && rot->Revoke(cookie) == S_OK)
                     ++ok;
                 graph->Release();
             }
         });
     }
-    for (auto& t : threads) t.join();
+    for (auto& t : threads)
+        t.join();
     EXPECT_EQ(ok.load(), 400);
 }
 

@@ -68,7 +68,8 @@ TEST(GlobalMemory, BadHandlesFailWithoutHarm) {
 
 TEST(GlobalMemory, BlocksAreFreedOnOtherThreads) {
     std::vector<HGLOBAL> blocks;
-    for (int i = 0; i < 100; ++i) blocks.push_back(GlobalAlloc(GMEM_FIXED, 40 + i));
+    for (int i = 0; i < 100; ++i)
+        blocks.push_back(GlobalAlloc(GMEM_FIXED, 40 + i));
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&, t] {
@@ -77,10 +78,12 @@ TEST(GlobalMemory, BlocksAreFreedOnOtherThreads) {
                 GlobalUnlock(blocks[i]);
                 EXPECT_EQ(GlobalFree(blocks[i]), nullptr);
             }
-            for (int i = 0; i < 100; ++i) GlobalFree(GlobalAlloc(GHND, 64));
+            for (int i = 0; i < 100; ++i)
+                GlobalFree(GlobalAlloc(GHND, 64));
         });
     }
-    for (auto& th : threads) th.join();
+    for (auto& th : threads)
+        th.join();
 }
 
 TEST(Process, IdIsTheKernelsAndThePseudoHandleIsMinusOne) {
@@ -94,7 +97,8 @@ HRESULT WINAPI FakeCreateProfileManager(void** out) {
 }
 
 TEST(Loader, RegisteredLibraryAnswersItsEntryPoints) {
-    mw::RegisterLibraryExport(u"mwtestcore.dll", "WMCreateProfileManager", mw::AsFarProc(&FakeCreateProfileManager));
+    mw::RegisterLibraryExport(u"mwtestcore.dll", "WMCreateProfileManager",
+                              mw::AsFarProc(&FakeCreateProfileManager));
     HMODULE h = SafeLoadLibrary(u"MWTestCore.DLL");
     ASSERT_NE(h, nullptr);
     EXPECT_EQ(LoadLibraryA("c:\\windows\\system32\\mwtestcore"), h);
@@ -127,14 +131,20 @@ TEST(Loader, UnknownLibrariesAndHandlesFailAsOnThePlatform) {
 
 TEST(Strings, ConvertBetweenUtf8AndUtf16) {
     EXPECT_EQ(mw::Utf8ToUtf16("ActiveMovieGraph"), u"ActiveMovieGraph");
-    EXPECT_EQ(mw::Utf8ToUtf16("K\xC3\xB6ln \xE2\x82\xAC \xF0\x9F\x8E\xB5"), u"K\u00F6ln \u20AC \U0001F3B5");
-    EXPECT_EQ(mw::Utf16ToUtf8(u"K\u00F6ln \u20AC \U0001F3B5"), "K\xC3\xB6ln \xE2\x82\xAC \xF0\x9F\x8E\xB5");
-    EXPECT_EQ(mw::Utf8ToUtf16("a\xFF" "b"), u"a\uFFFDb");
+    EXPECT_EQ(mw::Utf8ToUtf16("K\xC3\xB6ln \xE2\x82\xAC \xF0\x9F\x8E\xB5"),
+              u"K\u00F6ln \u20AC \U0001F3B5");
+    EXPECT_EQ(mw::Utf16ToUtf8(u"K\u00F6ln \u20AC \U0001F3B5"),
+              "K\xC3\xB6ln \xE2\x82\xAC \xF0\x9F\x8E\xB5");
+    EXPECT_EQ(mw::Utf8ToUtf16("a\xFF"
+                              "b"),
+              u"a\uFFFDb");
     EXPECT_EQ(mw::Utf8ToUtf16("a\xE2\x82"), u"a\uFFFD");
     EXPECT_EQ(mw::Utf8ToUtf16("\xC0\xAF"), u"\uFFFD") << "overlong";
     EXPECT_EQ(mw::Utf8ToUtf16("\xE2(x"), u"\uFFFD(x");
     const char16_t lone[] = {u'a', 0xD800, u'b', 0};
-    EXPECT_EQ(mw::Utf16ToUtf8(lone), "a\xEF\xBF\xBD" "b");
+    EXPECT_EQ(mw::Utf16ToUtf8(lone),
+              "a\xEF\xBF\xBD"
+              "b");
     EXPECT_EQ(mw::Utf16ToUtf8(static_cast<const WCHAR*>(nullptr)), "");
     EXPECT_EQ(mw::U16Len(u"pid"), 3u);
     EXPECT_EQ(mw::U16Len(nullptr), 0u);

@@ -19,7 +19,9 @@
 
 namespace {
 
-std::string Text(const GUID& g) { return mw::GuidToString(g); }
+std::string Text(const GUID& g) {
+    return mw::GuidToString(g);
+}
 
 TEST(DeclarationsLayout, RecordsHaveThePlatformsSizesAndOffsets) {
     EXPECT_EQ(sizeof(WAVEFORMATEX), 18u);
@@ -178,10 +180,12 @@ TEST(DeclarationsValues, ResultCodesHaveThePlatformsValues) {
 TEST(HResultText, NamesCodesAndGivesKnownMessages) {
     EXPECT_EQ(mw::HResultText(E_FAIL), "0x80004005 E_FAIL: Unspecified error");
     EXPECT_EQ(mw::HResultText(VFW_E_NOT_CONNECTED), "0x80040209 VFW_E_NOT_CONNECTED");
-    EXPECT_EQ(mw::HResultName(DMO_E_INVALIDSTREAMINDEX), "VFW_E_INVALIDSUBTYPE") << "the older family wins";
+    EXPECT_EQ(mw::HResultName(DMO_E_INVALIDSTREAMINDEX), "VFW_E_INVALIDSUBTYPE")
+        << "the older family wins";
     EXPECT_EQ(mw::HResultText(S_OK), "0x00000000 S_OK: The operation completed successfully.");
     EXPECT_EQ(mw::HResultText(MW_HR(0x8004FFFF)), "0x8004FFFF");
-    EXPECT_EQ(mw::HResultName(HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND)), "HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND)");
+    EXPECT_EQ(mw::HResultName(HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND)),
+              "HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND)");
     char buf[MAX_ERROR_TEXT_LEN];
     EXPECT_GT(AMGetErrorTextA(E_POINTER, buf, sizeof buf), 0u);
     EXPECT_STREQ(buf, "Invalid pointer");

@@ -24,7 +24,7 @@
 
 namespace {
 
-constexpr DWORD kGraphFileMode = 0x11012;  // create, transacted, read-write, exclusive
+constexpr DWORD kGraphFileMode = 0x11012;   // create, transacted, read-write, exclusive
 constexpr DWORD kGraphStreamMode = 0x1011;  // create, write, exclusive
 constexpr CLSID kRootClass = {0x6d77c0a4, 0x4444, 0x4a6b, {0x9c, 0, 0, 0, 0, 0, 0, 4}};
 
@@ -40,7 +40,8 @@ public:
         std::vector<std::string> out;
         if (DIR* d = ::opendir(path_.c_str())) {
             while (dirent* e = ::readdir(d))
-                if (std::string(e->d_name) != "." && std::string(e->d_name) != "..") out.push_back(e->d_name);
+                if (std::string(e->d_name) != "." && std::string(e->d_name) != "..")
+                    out.push_back(e->d_name);
             ::closedir(d);
         }
         return out;
@@ -52,7 +53,8 @@ private:
 
 std::vector<uint8_t> GraphBytes() {
     std::vector<uint8_t> bytes;
-    for (int i = 0; i < 5000; ++i) bytes.push_back(static_cast<uint8_t>(i * 7 + 3));  // spans big blocks
+    for (int i = 0; i < 5000; ++i)
+        bytes.push_back(static_cast<uint8_t>(i * 7 + 3));  // spans big blocks
     return bytes;
 }
 
@@ -69,10 +71,12 @@ std::string Hex(const std::vector<uint8_t>& bytes) {
 // Writes the graph file as a graph's SaveToFile does.
 HRESULT SaveGraphFile(const std::string& path, const std::vector<uint8_t>& content) {
     ComPtr<IStorage> storage;
-    HRESULT hr = StgCreateDocfile(mw::Utf8ToUtf16(path).c_str(), kGraphFileMode, 0, storage.ReleaseAndGetAddressOf());
+    HRESULT hr = StgCreateDocfile(mw::Utf8ToUtf16(path).c_str(), kGraphFileMode, 0,
+                                  storage.ReleaseAndGetAddressOf());
     if (FAILED(hr)) return hr;
     ComPtr<IStream> stream;
-    hr = storage->CreateStream(u"ActiveMovieGraph", kGraphStreamMode, 0, 0, stream.ReleaseAndGetAddressOf());
+    hr = storage->CreateStream(u"ActiveMovieGraph", kGraphStreamMode, 0, 0,
+                               stream.ReleaseAndGetAddressOf());
     if (FAILED(hr)) return hr;
     ULONG written = 0;
     hr = stream->Write(content.data(), static_cast<ULONG>(content.size()), &written);
@@ -124,7 +128,8 @@ TEST(Docfile, GraphFileIsReadBackByPythonsOlefile) {
     ASSERT_NE(p, nullptr);
     std::string out;
     char buf[4096];
-    while (size_t n = std::fread(buf, 1, sizeof buf, p)) out.append(buf, n);
+    while (size_t n = std::fread(buf, 1, sizeof buf, p))
+        out.append(buf, n);
     ASSERT_EQ(::pclose(p), 0) << out;
     const size_t nl = out.find('\n');
     ASSERT_NE(nl, std::string::npos);
@@ -138,28 +143,31 @@ TEST(Docfile, ReopenedStorageGivesBackStreamsStoragesAndClasses) {
     const std::u16string path = mw::Utf8ToUtf16(dir.File("nested.stg"));
     {
         ComPtr<IStorage> root;
-        ASSERT_EQ(StgCreateDocfile(path.c_str(), STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0,
-                                   root.ReleaseAndGetAddressOf()),
-                  S_OK);
+        ASSERT_EQ(
+            StgCreateDocfile(path.c_str(), STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0,
+                             root.ReleaseAndGetAddressOf()),
+            S_OK);
         ComPtr<IStorage> sub;
-        ASSERT_EQ(root->CreateStorage(u"Filters", STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, 0,
-                                      sub.ReleaseAndGetAddressOf()),
-                  S_OK);
+        ASSERT_EQ(
+            root->CreateStorage(u"Filters", STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0,
+                                0, sub.ReleaseAndGetAddressOf()),
+            S_OK);
         EXPECT_EQ(sub->SetClass(kRootClass), S_OK);
         ComPtr<IStream> s;
-        ASSERT_EQ(sub->CreateStream(u"0001", STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, 0,
-                                    s.ReleaseAndGetAddressOf()),
+        ASSERT_EQ(sub->CreateStream(u"0001", STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0,
+                                    0, s.ReleaseAndGetAddressOf()),
                   S_OK);
         EXPECT_EQ(s->Write("abc", 3, nullptr), S_OK);
         ComPtr<IStream> empty;
-        EXPECT_EQ(root->CreateStream(u"Empty", STGM_CREATE | STGM_WRITE | STGM_SHARE_EXCLUSIVE, 0, 0,
-                                     empty.ReleaseAndGetAddressOf()),
+        EXPECT_EQ(root->CreateStream(u"Empty", STGM_CREATE | STGM_WRITE | STGM_SHARE_EXCLUSIVE, 0,
+                                     0, empty.ReleaseAndGetAddressOf()),
                   S_OK);
         // A direct root writes with its last release.
     }
     EXPECT_EQ(StgIsStorageFile(path.c_str()), S_OK);
     ComPtr<IStorage> root;
-    ASSERT_EQ(StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0, root.ReleaseAndGetAddressOf()),
+    ASSERT_EQ(StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0,
+                             root.ReleaseAndGetAddressOf()),
               S_OK);
     ComPtr<IEnumSTATSTG> e;
     ASSERT_EQ(root->EnumElements(0, nullptr, 0, e.ReleaseAndGetAddressOf()), S_OK);
@@ -172,13 +180,16 @@ TEST(Docfile, ReopenedStorageGivesBackStreamsStoragesAndClasses) {
     std::sort(names.begin(), names.end());
     EXPECT_EQ(names, (std::vector<std::u16string>{u"Empty", u"Filters"}));
     ComPtr<IStorage> sub;
-    ASSERT_EQ(root->OpenStorage(u"Filters", nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0, sub.ReleaseAndGetAddressOf()),
+    ASSERT_EQ(root->OpenStorage(u"Filters", nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0,
+                                sub.ReleaseAndGetAddressOf()),
               S_OK);
     CLSID clsid{};
     EXPECT_EQ(ReadClassStg(sub.Get(), &clsid), S_OK);
     EXPECT_TRUE(IsEqualCLSID(clsid, kRootClass));
     ComPtr<IStream> s;
-    ASSERT_EQ(sub->OpenStream(u"0001", nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0, s.ReleaseAndGetAddressOf()), S_OK);
+    ASSERT_EQ(sub->OpenStream(u"0001", nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0,
+                              s.ReleaseAndGetAddressOf()),
+              S_OK);
     char buf[8] = {};
     ULONG got = 0;
     EXPECT_EQ(s->Read(buf, sizeof buf, &got), S_OK);
@@ -186,11 +197,14 @@ TEST(Docfile, ReopenedStorageGivesBackStreamsStoragesAndClasses) {
     EXPECT_EQ(std::string(buf, got), "abc");
     EXPECT_EQ(s->Write("x", 1, nullptr), STG_E_ACCESSDENIED);
     ComPtr<IStream> twice;
-    EXPECT_EQ(sub->OpenStream(u"0001", nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0, twice.ReleaseAndGetAddressOf()),
+    EXPECT_EQ(sub->OpenStream(u"0001", nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0,
+                              twice.ReleaseAndGetAddressOf()),
               STG_E_ACCESSDENIED);
-    EXPECT_EQ(sub->OpenStream(u"0002", nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0, twice.ReleaseAndGetAddressOf()),
+    EXPECT_EQ(sub->OpenStream(u"0002", nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0,
+                              twice.ReleaseAndGetAddressOf()),
               STG_E_FILENOTFOUND);
-    EXPECT_EQ(root->CreateStream(u"New", kGraphStreamMode, 0, 0, twice.ReleaseAndGetAddressOf()), STG_E_ACCESSDENIED);
+    EXPECT_EQ(root->CreateStream(u"New", kGraphStreamMode, 0, 0, twice.ReleaseAndGetAddressOf()),
+              STG_E_ACCESSDENIED);
 }
 
 TEST(Docfile, TransactedRootWritesOnlyWhatWasCommitted) {
@@ -198,18 +212,23 @@ TEST(Docfile, TransactedRootWritesOnlyWhatWasCommitted) {
     const std::u16string path = mw::Utf8ToUtf16(dir.File("t.grf"));
     {
         ComPtr<IStorage> root;
-        ASSERT_EQ(StgCreateDocfile(path.c_str(), kGraphFileMode, 0, root.ReleaseAndGetAddressOf()), S_OK);
+        ASSERT_EQ(StgCreateDocfile(path.c_str(), kGraphFileMode, 0, root.ReleaseAndGetAddressOf()),
+                  S_OK);
         ComPtr<IStream> s;
-        ASSERT_EQ(root->CreateStream(u"ActiveMovieGraph", kGraphStreamMode, 0, 0, s.ReleaseAndGetAddressOf()), S_OK);
+        ASSERT_EQ(root->CreateStream(u"ActiveMovieGraph", kGraphStreamMode, 0, 0,
+                                     s.ReleaseAndGetAddressOf()),
+                  S_OK);
         EXPECT_EQ(s->Write("uncommitted", 11, nullptr), S_OK);
         char c;
         EXPECT_EQ(s->Read(&c, 1, nullptr), STG_E_ACCESSDENIED) << "the stream is write-only";
     }
     ComPtr<IStorage> root;
-    ASSERT_EQ(StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0, root.ReleaseAndGetAddressOf()),
+    ASSERT_EQ(StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0,
+                             root.ReleaseAndGetAddressOf()),
               S_OK);
     ComPtr<IStream> s;
-    EXPECT_EQ(root->OpenStream(u"ActiveMovieGraph", nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0, s.ReleaseAndGetAddressOf()),
+    EXPECT_EQ(root->OpenStream(u"ActiveMovieGraph", nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0,
+                               s.ReleaseAndGetAddressOf()),
               STG_E_FILENOTFOUND);
 }
 
@@ -218,22 +237,27 @@ TEST(Docfile, UnwritablePathFailsAndLeavesNoFile) {
     const std::string notADir = dir.File("plain");
     std::ofstream(notADir) << "x";
     ComPtr<IStorage> root;
-    EXPECT_EQ(StgCreateDocfile(mw::Utf8ToUtf16(notADir + "/graph.grf").c_str(), kGraphFileMode, 0, root.ReleaseAndGetAddressOf()),
+    EXPECT_EQ(StgCreateDocfile(mw::Utf8ToUtf16(notADir + "/graph.grf").c_str(), kGraphFileMode, 0,
+                               root.ReleaseAndGetAddressOf()),
               STG_E_PATHNOTFOUND);
     EXPECT_FALSE(root);
-    EXPECT_EQ(StgCreateDocfile(mw::Utf8ToUtf16(dir.File("missing/graph.grf")).c_str(), kGraphFileMode, 0,
-                               root.ReleaseAndGetAddressOf()),
+    EXPECT_EQ(StgCreateDocfile(mw::Utf8ToUtf16(dir.File("missing/graph.grf")).c_str(),
+                               kGraphFileMode, 0, root.ReleaseAndGetAddressOf()),
               STG_E_PATHNOTFOUND);
-    EXPECT_EQ(StgCreateDocfile(u"/proc/mw-graph.grf", kGraphFileMode, 0, root.ReleaseAndGetAddressOf()) < 0, true);
+    EXPECT_EQ(StgCreateDocfile(u"/proc/mw-graph.grf", kGraphFileMode, 0,
+                               root.ReleaseAndGetAddressOf()) < 0,
+              true);
     EXPECT_EQ(dir.Entries(), std::vector<std::string>{"plain"});
     // Without STGM_CREATE an existing file is kept.
-    EXPECT_EQ(StgCreateDocfile(mw::Utf8ToUtf16(notADir).c_str(), STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0,
-                               root.ReleaseAndGetAddressOf()),
-              STG_E_FILEALREADYEXISTS);
-    EXPECT_EQ(StgCreateDocfile(mw::Utf8ToUtf16(dir.File("r.grf")).c_str(), STGM_READ | STGM_SHARE_EXCLUSIVE, 0,
-                               root.ReleaseAndGetAddressOf()),
+    EXPECT_EQ(
+        StgCreateDocfile(mw::Utf8ToUtf16(notADir).c_str(), STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0,
+                         root.ReleaseAndGetAddressOf()),
+        STG_E_FILEALREADYEXISTS);
+    EXPECT_EQ(StgCreateDocfile(mw::Utf8ToUtf16(dir.File("r.grf")).c_str(),
+                               STGM_READ | STGM_SHARE_EXCLUSIVE, 0, root.ReleaseAndGetAddressOf()),
               STG_E_INVALIDFLAG);
-    EXPECT_EQ(StgCreateDocfile(nullptr, kGraphFileMode, 1, root.ReleaseAndGetAddressOf()), STG_E_INVALIDPARAMETER);
+    EXPECT_EQ(StgCreateDocfile(nullptr, kGraphFileMode, 1, root.ReleaseAndGetAddressOf()),
+              STG_E_INVALIDPARAMETER);
     EXPECT_EQ(StgCreateDocfile(nullptr, kGraphFileMode, 0, nullptr), STG_E_INVALIDPOINTER);
 }
 
@@ -242,28 +266,37 @@ TEST(Docfile, OpeningWhatIsNoCompoundFileFails) {
     const std::string text = dir.File("text.txt");
     std::ofstream(text) << "not a compound file";
     ComPtr<IStorage> root;
-    EXPECT_EQ(StgOpenStorage(mw::Utf8ToUtf16(text).c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0,
-                             root.ReleaseAndGetAddressOf()),
-              STG_E_FILEALREADYEXISTS);
+    EXPECT_EQ(
+        StgOpenStorage(mw::Utf8ToUtf16(text).c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE,
+                       nullptr, 0, root.ReleaseAndGetAddressOf()),
+        STG_E_FILEALREADYEXISTS);
     EXPECT_EQ(StgIsStorageFile(mw::Utf8ToUtf16(text).c_str()), S_FALSE);
-    EXPECT_EQ(StgOpenStorage(mw::Utf8ToUtf16(dir.File("none")).c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0,
-                             root.ReleaseAndGetAddressOf()),
-              STG_E_FILENOTFOUND);
+    EXPECT_EQ(
+        StgOpenStorage(mw::Utf8ToUtf16(dir.File("none")).c_str(), nullptr,
+                       STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0, root.ReleaseAndGetAddressOf()),
+        STG_E_FILENOTFOUND);
 }
 
 TEST(Docfile, ElementNamesAndModesAreChecked) {
     ComPtr<IStorage> root;
     ASSERT_EQ(StgCreateDocfile(nullptr, kGraphFileMode, 0, root.ReleaseAndGetAddressOf()), S_OK);
     ComPtr<IStream> s;
-    EXPECT_EQ(root->CreateStream(u"a/b", kGraphStreamMode, 0, 0, s.ReleaseAndGetAddressOf()), STG_E_INVALIDNAME);
-    EXPECT_EQ(root->CreateStream(u"0123456789012345678901234567890123", kGraphStreamMode, 0, 0, s.ReleaseAndGetAddressOf()),
+    EXPECT_EQ(root->CreateStream(u"a/b", kGraphStreamMode, 0, 0, s.ReleaseAndGetAddressOf()),
               STG_E_INVALIDNAME);
-    EXPECT_EQ(root->CreateStream(u"x", STGM_CREATE | STGM_WRITE | STGM_SHARE_DENY_NONE, 0, 0, s.ReleaseAndGetAddressOf()),
+    EXPECT_EQ(root->CreateStream(u"0123456789012345678901234567890123", kGraphStreamMode, 0, 0,
+                                 s.ReleaseAndGetAddressOf()),
+              STG_E_INVALIDNAME);
+    EXPECT_EQ(root->CreateStream(u"x", STGM_CREATE | STGM_WRITE | STGM_SHARE_DENY_NONE, 0, 0,
+                                 s.ReleaseAndGetAddressOf()),
               STG_E_INVALIDFLAG);
-    ASSERT_EQ(root->CreateStream(u"x", STGM_WRITE | STGM_SHARE_EXCLUSIVE, 0, 0, s.ReleaseAndGetAddressOf()), S_OK);
+    ASSERT_EQ(root->CreateStream(u"x", STGM_WRITE | STGM_SHARE_EXCLUSIVE, 0, 0,
+                                 s.ReleaseAndGetAddressOf()),
+              S_OK);
     s.Reset();
-    EXPECT_EQ(root->CreateStream(u"X", STGM_WRITE | STGM_SHARE_EXCLUSIVE, 0, 0, s.ReleaseAndGetAddressOf()),
-              STG_E_FILEALREADYEXISTS) << "names compare without case";
+    EXPECT_EQ(root->CreateStream(u"X", STGM_WRITE | STGM_SHARE_EXCLUSIVE, 0, 0,
+                                 s.ReleaseAndGetAddressOf()),
+              STG_E_FILEALREADYEXISTS)
+        << "names compare without case";
     EXPECT_EQ(root->RenameElement(u"x", u"y"), S_OK);
     EXPECT_EQ(root->DestroyElement(u"y"), S_OK);
     EXPECT_EQ(root->DestroyElement(u"y"), STG_E_FILENOTFOUND);
@@ -273,23 +306,31 @@ TEST(Docfile, StreamsOfOneStorageAreWrittenFromManyThreads) {
     TempDir dir;
     const std::u16string path = mw::Utf8ToUtf16(dir.File("threads.grf"));
     ComPtr<IStorage> root;
-    ASSERT_EQ(StgCreateDocfile(path.c_str(), kGraphFileMode, 0, root.ReleaseAndGetAddressOf()), S_OK);
+    ASSERT_EQ(StgCreateDocfile(path.c_str(), kGraphFileMode, 0, root.ReleaseAndGetAddressOf()),
+              S_OK);
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&, t] {
             std::u16string name = u"stream" + std::u16string(1, static_cast<char16_t>(u'0' + t));
             ComPtr<IStream> s;
-            ASSERT_EQ(root->CreateStream(name.c_str(), kGraphStreamMode, 0, 0, s.ReleaseAndGetAddressOf()), S_OK);
-            for (int i = 0; i < 200; ++i) s->Write(&i, sizeof i, nullptr);
+            ASSERT_EQ(root->CreateStream(name.c_str(), kGraphStreamMode, 0, 0,
+                                         s.ReleaseAndGetAddressOf()),
+                      S_OK);
+            for (int i = 0; i < 200; ++i)
+                s->Write(&i, sizeof i, nullptr);
         });
     }
-    for (auto& th : threads) th.join();
+    for (auto& th : threads)
+        th.join();
     EXPECT_EQ(root->Commit(0), S_OK);
     root.Reset();
-    ASSERT_EQ(StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0, root.ReleaseAndGetAddressOf()),
+    ASSERT_EQ(StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0,
+                             root.ReleaseAndGetAddressOf()),
               S_OK);
     ComPtr<IStream> s;
-    ASSERT_EQ(root->OpenStream(u"stream3", nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0, s.ReleaseAndGetAddressOf()), S_OK);
+    ASSERT_EQ(root->OpenStream(u"stream3", nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0,
+                               s.ReleaseAndGetAddressOf()),
+              S_OK);
     STATSTG st;
     ASSERT_EQ(s->Stat(&st, STATFLAG_NONAME), S_OK);
     EXPECT_EQ(st.cbSize.QuadPart, 800u);
@@ -343,8 +384,8 @@ TEST(HGlobalStream, WrapsACallersBlockAndLeavesItToTheCaller) {
     }
     EXPECT_EQ(GlobalFree(h), nullptr) << "the block outlives the stream";
     ComPtr<IStream> s;
-    EXPECT_EQ(CreateStreamOnHGlobal(reinterpret_cast<HGLOBAL>(static_cast<uintptr_t>(0x7777)), FALSE,
-                                    s.ReleaseAndGetAddressOf()),
+    EXPECT_EQ(CreateStreamOnHGlobal(reinterpret_cast<HGLOBAL>(static_cast<uintptr_t>(0x7777)),
+                                    FALSE, s.ReleaseAndGetAddressOf()),
               E_INVALIDARG);
 }
 
