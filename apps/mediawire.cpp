@@ -56,6 +56,7 @@ int Usage() {
 // package, and prints the palette: class, page, category and bitmap names.
 int Classes() {
     QAAudioOut::RegisterPkg();
+    QMAudioFileSource::RegisterPkg();
     std::printf("%-24s %-10s %-32s %s\n", "class", "page", "category", "bitmaps");
     for (const TPaletteEntry& e : PaletteEntries())
         std::printf("%-24s %-10s %-32s %s %s %s\n", e.ComponentClass->ClassName(), e.Page.c_str(),

@@ -1,5 +1,7 @@
 #include "playback/QMAudioFileSource.h"
 
+#include "frame/Persistence.h"
+
 #include <algorithm>
 
 #include "frame/MainThread.h"
@@ -442,3 +444,9 @@ void TQMAudioFileSource::PublishProgress() {
         if (!queued) FProgressQueued = false;
     }
 }
+
+namespace QMAudioFileSource {
+void RegisterPkg() {
+    RegisterClass(TQMAudioFileSource::StaticClass());
+}
+}  // namespace QMAudioFileSource

@@ -173,3 +173,8 @@ private:
     std::atomic<bool> FProgressQueued{false};
     ComPtr<IThread> FThread;
 };
+
+// Makes TQMAudioFileSource known to form files. It is not a palette component.
+namespace QMAudioFileSource {
+void RegisterPkg();
+}

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "frame/LockComponents.h"
+#include "frame/Persistence.h"
 #include "frame/QSData.h"
 #include "frame/QSErrors.h"
 #include "frame/WirePins.h"
@@ -329,4 +330,44 @@ TEST_F(FileSource, AtDesignTimeActiveIsOnlyStored) {
     EXPECT_TRUE(src->Active());
     EXPECT_FALSE(src->Running());
     EXPECT_TRUE(sink->LogCopy().empty()) << "no stream and no worker at design time";
+}
+
+namespace {
+class TPlayerForm : public TLockComponent {
+    MW_CLASS(TPlayerForm, TLockComponent)
+public:
+    using TLockComponent::TLockComponent;
+};
+}  // namespace
+
+// A form file alone sets up a playing pipeline: the source's properties, the connection to
+// the sink and Active, which starts the stream once everything is loaded.
+TEST_F(FileSource, AFormFileLoadsAConnectedSourceThatStartsWhenLoaded) {
+    QMAudioFileSource::RegisterPkg();
+    RegisterClasses({TPlayerForm::StaticClass(), TRecorder::StaticClass()});
+    auto samples = MakeWav("form.wav", 8000, 1, 1600);
+    std::string text;
+    {
+        TOwned<TPlayerForm> form(TComponent::New<TPlayerForm>(nullptr));
+        form->SetName("Form1");
+        auto* src = TComponent::New<TQMAudioFileSource>(form.get());
+        src->SetName("Source");
+        src->SetFileName(Dir.File("form.wav"));
+        src->SetBufferInterval(25);
+        src->SetDesigning(true);  // stored, not started, while the form is written
+        src->SetActive(true);
+        auto* sink = TComponent::New<TRecorder>(form.get());
+        sink->SetName("Sink");
+        ASSERT_TRUE(QWConnect(src->OutputPin(), sink->Input));
+        text = mw::WriteComponentToText(*form);
+    }
+    EXPECT_NE(text.find("BufferInterval = 25"), std::string::npos) << text;
+    EXPECT_NE(text.find("Active = True"), std::string::npos) << text;
+
+    TOwned<TComponent> loaded(mw::ReadComponentFromText(text, nullptr));
+    auto* sink = dynamic_cast<TRecorder*>(loaded->FindComponent("Sink"));
+    ASSERT_NE(sink, nullptr);
+    ASSERT_TRUE(WaitUntil([&] { return sink->Stopped(); }));
+    std::lock_guard g(sink->FMutex);
+    EXPECT_EQ(sink->Bytes, samples);
 }
