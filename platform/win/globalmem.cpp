@@ -45,6 +45,15 @@ void* AllocData(SIZE_T bytes, bool zero) {
 
 }  // namespace
 
+// The block of a handle; an unknown handle sets ERROR_INVALID_HANDLE and gives null.
+// Called with the heap's mutex held.
+Block* FindBlock(Heap& h, HGLOBAL hMem) {
+    auto it = h.blocks.find(hMem);
+    if (it != h.blocks.end()) return &it->second;
+    SetLastError(ERROR_INVALID_HANDLE);
+    return nullptr;
+}
+
 HGLOBAL WINAPI GlobalAlloc(UINT uFlags, SIZE_T dwBytes) {
     if (uFlags & ~kKnownFlags) {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -67,12 +76,9 @@ HGLOBAL WINAPI GlobalAlloc(UINT uFlags, SIZE_T dwBytes) {
 HGLOBAL WINAPI GlobalReAlloc(HGLOBAL hMem, SIZE_T dwBytes, UINT uFlags) {
     Heap& h = TheHeap();
     std::lock_guard lock(h.mutex);
-    auto it = h.blocks.find(hMem);
-    if (it == h.blocks.end()) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return nullptr;
-    }
-    Block& b = it->second;
+    Block* block = FindBlock(h, hMem);
+    if (!block) return nullptr;
+    Block& b = *block;
     if (uFlags & GMEM_MODIFY) return hMem;  // only attributes would change: none are kept
     if (b.moveable && b.locks > 0) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
@@ -95,10 +101,10 @@ HGLOBAL WINAPI GlobalReAlloc(HGLOBAL hMem, SIZE_T dwBytes, UINT uFlags) {
     if (nb.moveable) {
         h.byAddress.erase(b.data);
         h.byAddress.emplace(data, hMem);
-        it->second = nb;
+        *block = nb;
         return hMem;
     }
-    h.blocks.erase(it);
+    h.blocks.erase(hMem);
     h.blocks.emplace(static_cast<HGLOBAL>(data), nb);
     return static_cast<HGLOBAL>(data);
 }
@@ -106,24 +112,18 @@ HGLOBAL WINAPI GlobalReAlloc(HGLOBAL hMem, SIZE_T dwBytes, UINT uFlags) {
 LPVOID WINAPI GlobalLock(HGLOBAL hMem) {
     Heap& h = TheHeap();
     std::lock_guard lock(h.mutex);
-    auto it = h.blocks.find(hMem);
-    if (it == h.blocks.end()) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return nullptr;
-    }
-    if (it->second.moveable && it->second.locks < GMEM_LOCKCOUNT) ++it->second.locks;
-    return it->second.data;
+    Block* block = FindBlock(h, hMem);
+    if (!block) return nullptr;
+    if (block->moveable && block->locks < GMEM_LOCKCOUNT) ++block->locks;
+    return block->data;
 }
 
 BOOL WINAPI GlobalUnlock(HGLOBAL hMem) {
     Heap& h = TheHeap();
     std::lock_guard lock(h.mutex);
-    auto it = h.blocks.find(hMem);
-    if (it == h.blocks.end()) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return FALSE;
-    }
-    Block& b = it->second;
+    Block* block = FindBlock(h, hMem);
+    if (!block) return FALSE;
+    Block& b = *block;
     if (!b.moveable) return FALSE;
     if (b.locks == 0) {
         SetLastError(ERROR_NOT_LOCKED);
@@ -141,14 +141,11 @@ HGLOBAL WINAPI GlobalFree(HGLOBAL hMem) {
     {
         Heap& h = TheHeap();
         std::lock_guard lock(h.mutex);
-        auto it = h.blocks.find(hMem);
-        if (it == h.blocks.end()) {
-            SetLastError(ERROR_INVALID_HANDLE);
-            return hMem;
-        }
-        data = it->second.data;
-        if (it->second.moveable) h.byAddress.erase(data);
-        h.blocks.erase(it);
+        Block* block = FindBlock(h, hMem);
+        if (!block) return hMem;
+        data = block->data;
+        if (block->moveable) h.byAddress.erase(data);
+        h.blocks.erase(hMem);
     }
     std::free(data);
     return nullptr;
@@ -157,23 +154,17 @@ HGLOBAL WINAPI GlobalFree(HGLOBAL hMem) {
 SIZE_T WINAPI GlobalSize(HGLOBAL hMem) {
     Heap& h = TheHeap();
     std::lock_guard lock(h.mutex);
-    auto it = h.blocks.find(hMem);
-    if (it == h.blocks.end()) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return 0;
-    }
-    return it->second.size;
+    Block* block = FindBlock(h, hMem);
+    if (!block) return 0;
+    return block->size;
 }
 
 UINT WINAPI GlobalFlags(HGLOBAL hMem) {
     Heap& h = TheHeap();
     std::lock_guard lock(h.mutex);
-    auto it = h.blocks.find(hMem);
-    if (it == h.blocks.end()) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return GMEM_INVALID_HANDLE;
-    }
-    return it->second.locks & GMEM_LOCKCOUNT;
+    Block* block = FindBlock(h, hMem);
+    if (!block) return GMEM_INVALID_HANDLE;
+    return block->locks & GMEM_LOCKCOUNT;
 }
 
 HGLOBAL WINAPI GlobalHandle(LPCVOID pMem) {
