@@ -57,6 +57,16 @@ typedef struct _MP_ENVELOPE_SEGMENT {
     MP_FLAGS flags;
 } MP_ENVELOPE_SEGMENT;
 
+// The time formats of IMediaParams: reference time (100 ns units), music time and samples. Their
+// values come from the platform's published reference; no header available to this build
+// carries them.
+DEFINE_GUID(GUID_TIME_REFERENCE, 0x93AD712B, 0xDAA0, 0x4FFE, 0xBC, 0x81, 0xB0, 0xCE, 0x50, 0x0F,
+            0xCD, 0xD9);
+DEFINE_GUID(GUID_TIME_MUSIC, 0x0574C49D, 0x5B04, 0x4B15, 0xA5, 0x42, 0xAE, 0x28, 0x20, 0x30, 0x11,
+            0x7B);
+DEFINE_GUID(GUID_TIME_SAMPLES, 0xA8593D05, 0x0C43, 0x4984, 0x9A, 0x63, 0x97, 0xAF, 0x9E, 0x02, 0xC4,
+            0xC0);
+
 // Every parameter (the index argument of IMediaParams).
 constexpr DWORD DWORD_ALLPARAMS = 0xFFFFFFFF;
 

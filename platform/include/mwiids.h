@@ -3,7 +3,8 @@
 // declares stand in their own headers, included here; the others have only their IID here.
 //
 // kMwInterfaceNameTable lists the rows in the table's order. A row whose IID is not available to
-// this project carries a null pointer (see the platform notes); callers skip it.
+// this project carries a null pointer; callers skip it. Rows marked "unconfirmed" use values from
+// the published reference that no header on the build machine could confirm.
 #pragma once
 
 // One GUID a line: a table is easier to read unwrapped.
@@ -193,6 +194,102 @@ DEFINE_GUID(IID_IVMRWindowlessControl9, 0x8F537D09, 0xF85E, 0x4414, 0xB2, 0x3B, 
 DEFINE_GUID(IID_IVMRVideoStreamControl9, 0xD0CFE38B, 0x93E7, 0x4772, 0x89, 0x57, 0x04, 0x00, 0xC4, 0x9A, 0x44, 0x85);
 DEFINE_GUID(IID_IPropertyStorage, 0x00000138, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
 
+// Values taken from the platform's published interface reference that no header available to
+// this build carries, so they could not be checked against one; the rows of the table that use
+// them are marked "unconfirmed".
+DEFINE_GUID(IID_IDistributorNotify, 0x56A868AF, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
+DEFINE_GUID(IID_IAMVfwCompressDialogs, 0xD8D715A3, 0x6E5E, 0x11D0, 0xB3, 0xF0, 0x00, 0xAA, 0x00, 0x37, 0x61, 0xC5);
+DEFINE_GUID(IID_IAMAudioInputMixer, 0x54C39221, 0x8380, 0x11D0, 0xB3, 0xF0, 0x00, 0xAA, 0x00, 0x37, 0x61, 0xC5);
+DEFINE_GUID(IID_IAMAnalogVideoDecoder, 0xC6E13350, 0x30AC, 0x11D0, 0xA1, 0x8C, 0x00, 0xA0, 0xC9, 0x11, 0x89, 0x56);
+DEFINE_GUID(IID_IBPCSatelliteTuner, 0x211A8765, 0x03AC, 0x11D1, 0x8D, 0x13, 0x00, 0xAA, 0x00, 0xBD, 0x83, 0x39);
+DEFINE_GUID(IID_IAMTVAudio, 0x83EC1C30, 0x23D1, 0x11D1, 0x99, 0xE6, 0x00, 0xA0, 0xC9, 0x56, 0x02, 0x66);
+DEFINE_GUID(IID_IAMTVAudioNotification, 0x83EC1C33, 0x23D1, 0x11D1, 0x99, 0xE6, 0x00, 0xA0, 0xC9, 0x56, 0x02, 0x66);
+DEFINE_GUID(IID_IAMAnalogVideoEncoder, 0xC6E133B0, 0x30AC, 0x11D0, 0xA1, 0x8C, 0x00, 0xA0, 0xC9, 0x11, 0x89, 0x56);
+DEFINE_GUID(IID_IAMPhysicalPinInfo, 0xF938C991, 0x3029, 0x11CF, 0x8C, 0x44, 0x00, 0xAA, 0x00, 0x6B, 0x68, 0x14);
+DEFINE_GUID(IID_IAMExtDevice, 0xB5730A90, 0x1A2C, 0x11CF, 0x8C, 0x23, 0x00, 0xAA, 0x00, 0x6B, 0x68, 0x14);
+DEFINE_GUID(IID_IAMExtTransport, 0xA03CD5F0, 0x3045, 0x11CF, 0x8C, 0x44, 0x00, 0xAA, 0x00, 0x6B, 0x68, 0x14);
+DEFINE_GUID(IID_IAMTimecodeReader, 0x9B496CE1, 0x811B, 0x11CF, 0x8C, 0x77, 0x00, 0xAA, 0x00, 0x6B, 0x68, 0x14);
+DEFINE_GUID(IID_IAMTimecodeGenerator, 0x9B496CE0, 0x811B, 0x11CF, 0x8C, 0x77, 0x00, 0xAA, 0x00, 0x6B, 0x68, 0x14);
+DEFINE_GUID(IID_IAMTimecodeDisplay, 0x9B496CE2, 0x811B, 0x11CF, 0x8C, 0x77, 0x00, 0xAA, 0x00, 0x6B, 0x68, 0x14);
+DEFINE_GUID(IID_IAMDevMemoryAllocator, 0xC6545BF0, 0xE76B, 0x11D0, 0xBD, 0x52, 0x00, 0xA0, 0xC9, 0x11, 0xCE, 0x86);
+DEFINE_GUID(IID_IAMDevMemoryControl, 0xC6545BF1, 0xE76B, 0x11D0, 0xBD, 0x52, 0x00, 0xA0, 0xC9, 0x11, 0xCE, 0x86);
+DEFINE_GUID(IID_IAMovie, 0x359ACE10, 0x7688, 0x11CF, 0x8B, 0x23, 0x00, 0x80, 0x5F, 0x6C, 0xEF, 0x60);
+DEFINE_GUID(IID_IAMResourceControl, 0x8389D2D0, 0x77D7, 0x11D1, 0xAB, 0xE6, 0x00, 0xA0, 0xC9, 0x05, 0xF3, 0x75);
+DEFINE_GUID(IID_IAMClockAdjust, 0x4D5466B0, 0xA49C, 0x11D1, 0xAB, 0xE8, 0x00, 0xA0, 0xC9, 0x05, 0xF3, 0x75);
+DEFINE_GUID(IID_IDrawVideoImage, 0x48EFB120, 0xAB49, 0x11D2, 0xAE, 0xD2, 0x00, 0xA0, 0xC9, 0x95, 0xE8, 0xD5);
+DEFINE_GUID(IID_IDecimateVideoImage, 0x2E5EA3E0, 0xE924, 0x11D2, 0xB6, 0xDA, 0x00, 0xA0, 0xC9, 0x95, 0xE8, 0xDF);
+DEFINE_GUID(IID_IAMVideoDecimationProperties, 0x60D32930, 0x13DA, 0x11D3, 0x9E, 0xC6, 0xC4, 0xFC, 0xAE, 0xF5, 0xC7, 0xBE);
+DEFINE_GUID(IID_IAMDeviceRemoval, 0xF90A6130, 0xB658, 0x11D2, 0xAE, 0x49, 0x00, 0x00, 0xF8, 0x75, 0x4B, 0x99);
+DEFINE_GUID(IID_IDVEnc, 0xD18E17A0, 0xAACB, 0x11D0, 0xAF, 0xB0, 0x00, 0xAA, 0x00, 0xB6, 0x7A, 0x42);
+DEFINE_GUID(IID_IIPDVDec, 0xB8E8BD60, 0x0BFE, 0x11D0, 0xAF, 0x91, 0x00, 0xAA, 0x00, 0xB6, 0x7A, 0x42);
+DEFINE_GUID(IID_IDVRGB219, 0x58473A19, 0x2BC8, 0x4663, 0x80, 0x12, 0x25, 0xF8, 0x1B, 0xAB, 0xDD, 0xD1);
+DEFINE_GUID(IID_IDVSplitter, 0x92A3A302, 0xDA7C, 0x4A1F, 0xBA, 0x7E, 0x18, 0x02, 0xBB, 0x5D, 0x2D, 0x02);
+DEFINE_GUID(IID_IAMAudioRendererStats, 0x22320CB2, 0xD41A, 0x11D2, 0xBF, 0x7C, 0xD7, 0xCB, 0x9D, 0xF0, 0xBF, 0x93);
+DEFINE_GUID(IID_IAMGraphStreams, 0x632105FA, 0x072E, 0x11D3, 0x8A, 0xF9, 0x00, 0xC0, 0x4F, 0xB6, 0xBD, 0x3D);
+DEFINE_GUID(IID_IAMOverlayFX, 0x62FAE250, 0x7E65, 0x4460, 0xBF, 0xC9, 0x63, 0x98, 0xB3, 0x22, 0x07, 0x3C);
+DEFINE_GUID(IID_IAMOpenProgress, 0x8E1C39A1, 0xDE53, 0x11CF, 0xAA, 0x63, 0x00, 0x80, 0xC7, 0x44, 0x52, 0x8D);
+DEFINE_GUID(IID_IEnumStreamIdMap, 0x945C1566, 0x6202, 0x46FC, 0x96, 0xC7, 0xD8, 0x7F, 0x28, 0x9C, 0x65, 0x34);
+DEFINE_GUID(IID_IMPEG2StreamIdMap, 0xD0E04C47, 0x25B8, 0x4369, 0x92, 0x5A, 0x36, 0x2A, 0x01, 0xD9, 0x54, 0x44);
+DEFINE_GUID(IID_IRegisterServiceProvider, 0x7B3A2F01, 0x0751, 0x48DD, 0xB5, 0x56, 0x00, 0x47, 0x85, 0x17, 0x1C, 0x54);
+DEFINE_GUID(IID_IAMDecoderCaps, 0xC0DFF467, 0xD499, 0x4986, 0x97, 0x2B, 0xE1, 0xD9, 0x09, 0x0F, 0xA9, 0x41);
+DEFINE_GUID(IID_IDDrawExclModeVideo, 0x153ACC21, 0xD83B, 0x11D1, 0x82, 0xBF, 0x00, 0xA0, 0xC9, 0x69, 0x6C, 0x8F);
+DEFINE_GUID(IID_IDDrawExclModeVideoCallback, 0x913C24A0, 0x20AB, 0x11D2, 0x90, 0x38, 0x00, 0xA0, 0xC9, 0x69, 0x72, 0x98);
+DEFINE_GUID(IID_IVMRSurface, 0xA9849BBE, 0x9EC8, 0x4263, 0xB7, 0x64, 0x62, 0x73, 0x0F, 0x0D, 0x15, 0xD0);
+DEFINE_GUID(IID_IAMNetShowConfig, 0xFA2AA8F1, 0x8B62, 0x11D0, 0xA5, 0x20, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00);
+DEFINE_GUID(IID_IAMChannelInfo, 0xFA2AA8F2, 0x8B62, 0x11D0, 0xA5, 0x20, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00);
+DEFINE_GUID(IID_IAMNetShowExProps, 0xFA2AA8F5, 0x8B62, 0x11D0, 0xA5, 0x20, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00);
+DEFINE_GUID(IID_IAMExtendedErrorInfo, 0xFA2AA8F6, 0x8B62, 0x11D0, 0xA5, 0x20, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00);
+DEFINE_GUID(IID_IAMExtendedSeeking, 0xFA2AA8F9, 0x8B62, 0x11D0, 0xA5, 0x20, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00);
+DEFINE_GUID(IID_IAMMediaContent2, 0xCE8F78C1, 0x74D9, 0x11D2, 0xB0, 0x9D, 0x00, 0xA0, 0xC9, 0xA8, 0x11, 0x17);
+DEFINE_GUID(IID_IAMNetShowPreroll, 0xAAE7E4E2, 0x6388, 0x11D1, 0x8D, 0x93, 0x00, 0x60, 0x97, 0xC9, 0xA2, 0xB2);
+DEFINE_GUID(IID_IDShowPlugin, 0x4746B7C8, 0x700E, 0x11D1, 0xBE, 0xCC, 0x00, 0xC0, 0x4F, 0xB6, 0xE9, 0x37);
+DEFINE_GUID(IID_IAMPlayListItem, 0x56A868FF, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
+DEFINE_GUID(IID_IAMPlayList, 0x56A868FE, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
+DEFINE_GUID(IID_ISpecifyParticularPages, 0x4C437B91, 0x6E9E, 0x11D1, 0xA7, 0x04, 0x00, 0x60, 0x97, 0xC4, 0xE4, 0x76);
+DEFINE_GUID(IID_IAMRebuild, 0x02EF04DD, 0x7580, 0x11D1, 0xBE, 0xCE, 0x00, 0xC0, 0x4F, 0xB6, 0xE9, 0x37);
+DEFINE_GUID(IID_IDXBaseObject, 0x17B59B2B, 0x9CC8, 0x11D1, 0x90, 0x53, 0x00, 0xC0, 0x4F, 0xD9, 0x18, 0x9D);
+DEFINE_GUID(IID_IDXTransformFactory, 0x6A950B2B, 0xA971, 0x11D1, 0x81, 0xC8, 0x00, 0x00, 0xF8, 0x75, 0x57, 0xDB);
+DEFINE_GUID(IID_IDXTransform, 0x30A5FB78, 0xE11F, 0x11D1, 0x90, 0x64, 0x00, 0xC0, 0x4F, 0xD9, 0x18, 0x9D);
+DEFINE_GUID(IID_IDXSurfacePick, 0x30A5FB79, 0xE11F, 0x11D1, 0x90, 0x64, 0x00, 0xC0, 0x4F, 0xD9, 0x18, 0x9D);
+DEFINE_GUID(IID_IDXTBindHost, 0xD26BCE55, 0xE9DC, 0x11D1, 0x90, 0x66, 0x00, 0xC0, 0x4F, 0xD9, 0x18, 0x9D);
+DEFINE_GUID(IID_IDXTaskManager, 0x254DBBC1, 0xF922, 0x11D0, 0x88, 0x3A, 0x3C, 0x8B, 0x00, 0xC1, 0x00, 0x00);
+DEFINE_GUID(IID_IDXSurfaceFactory, 0x144946F5, 0xC4D4, 0x11D1, 0x81, 0xD1, 0x00, 0x00, 0xF8, 0x75, 0x57, 0xDB);
+DEFINE_GUID(IID_IDXSurfaceModifier, 0x9EA3B637, 0xC37D, 0x11D1, 0x90, 0x5E, 0x00, 0xC0, 0x4F, 0xD9, 0x18, 0x9D);
+DEFINE_GUID(IID_IDXSurface, 0xB39FD73F, 0xE139, 0x11D1, 0x90, 0x65, 0x00, 0xC0, 0x4F, 0xD9, 0x18, 0x9D);
+DEFINE_GUID(IID_IDXSurfaceInit, 0x9EA3B639, 0xC37D, 0x11D1, 0x90, 0x5E, 0x00, 0xC0, 0x4F, 0xD9, 0x18, 0x9D);
+DEFINE_GUID(IID_IDXARGBSurfaceInit, 0x9EA3B63A, 0xC37D, 0x11D1, 0x90, 0x5E, 0x00, 0xC0, 0x4F, 0xD9, 0x18, 0x9D);
+DEFINE_GUID(IID_IDXARGBReadPtr, 0xEAAAC2D6, 0xC290, 0x11D1, 0x90, 0x5D, 0x00, 0xC0, 0x4F, 0xD9, 0x18, 0x9D);
+DEFINE_GUID(IID_IDXARGBReadWritePtr, 0xEAAAC2D7, 0xC290, 0x11D1, 0x90, 0x5D, 0x00, 0xC0, 0x4F, 0xD9, 0x18, 0x9D);
+DEFINE_GUID(IID_IDXDCLock, 0x0F619456, 0xCF39, 0x11D1, 0x90, 0x5E, 0x00, 0xC0, 0x4F, 0xD9, 0x18, 0x9D);
+DEFINE_GUID(IID_IDXTScaleOutput, 0xB2024B50, 0xEE77, 0x11D1, 0x90, 0x66, 0x00, 0xC0, 0x4F, 0xD9, 0x18, 0x9D);
+DEFINE_GUID(IID_IDXGradient, 0xB2024B51, 0xEE77, 0x11D1, 0x90, 0x66, 0x00, 0xC0, 0x4F, 0xD9, 0x18, 0x9D);
+DEFINE_GUID(IID_IDXTScale, 0xB39FD742, 0xE139, 0x11D1, 0x90, 0x65, 0x00, 0xC0, 0x4F, 0xD9, 0x18, 0x9D);
+DEFINE_GUID(IID_IDXEffect, 0xE31FB81B, 0x1335, 0x11D1, 0x81, 0x89, 0x00, 0x00, 0xF8, 0x75, 0x57, 0xDB);
+DEFINE_GUID(IID_IDXLookupTable, 0x01BAFC7F, 0x9E63, 0x11D1, 0x90, 0x53, 0x00, 0xC0, 0x4F, 0xD9, 0x18, 0x9D);
+DEFINE_GUID(IID_IDXRawSurface, 0x09756C8A, 0xD96A, 0x11D1, 0x90, 0x62, 0x00, 0xC0, 0x4F, 0xD9, 0x18, 0x9D);
+DEFINE_GUID(IID_IHTMLDXTransform, 0x30E2AB7D, 0x4FDD, 0x4159, 0xB7, 0xEA, 0xDC, 0x72, 0x2B, 0xF4, 0xAD, 0xE5);
+DEFINE_GUID(IID_IConfigAsfWriter, 0x45086030, 0xF7E4, 0x486A, 0xB5, 0x04, 0x82, 0x6B, 0xB5, 0x79, 0x2A, 0x3B);
+DEFINE_GUID(IID_IAMParse, 0xC47A3420, 0x005C, 0x11D2, 0x90, 0x38, 0x00, 0xA0, 0xC9, 0x69, 0x72, 0x98);
+DEFINE_GUID(IID_IKsTopology, 0x28F54683, 0x06FD, 0x11D2, 0xB2, 0x7A, 0x00, 0xA0, 0xC9, 0x22, 0x31, 0x96);
+DEFINE_GUID(IID_IKsAggregateControl, 0x7F40EAC0, 0x3947, 0x11D2, 0x87, 0x4E, 0x00, 0xA0, 0xC9, 0x22, 0x31, 0x96);
+DEFINE_GUID(IID_IDxtCompositor, 0xBB44391E, 0x6ABD, 0x422F, 0x9E, 0x2E, 0x38, 0x5C, 0x9D, 0xFF, 0x51, 0xFC);
+DEFINE_GUID(IID_IDxtAlphaSetter, 0x4EE9EAD9, 0xDA4D, 0x43D0, 0x93, 0x83, 0x06, 0xB9, 0x0C, 0x08, 0xB1, 0x2B);
+DEFINE_GUID(IID_IDxtJpeg, 0xDE75D011, 0x7A65, 0x11D2, 0x8C, 0xEA, 0x00, 0xA0, 0xC9, 0x44, 0x1E, 0x20);
+DEFINE_GUID(IID_IDxtKey, 0x3255DE56, 0x38FB, 0x4901, 0xB9, 0x80, 0x94, 0xB4, 0x38, 0x01, 0x0D, 0x7B);
+DEFINE_GUID(IID_IGrfCache, 0xAE9472BE, 0xB0C3, 0x11D2, 0x8D, 0x24, 0x00, 0xA0, 0xC9, 0x44, 0x1E, 0x20);
+DEFINE_GUID(IID_IRenderEngine, 0x6BEE3A81, 0x66C9, 0x11D2, 0x91, 0x8F, 0x00, 0xC0, 0xDF, 0x10, 0xD4, 0x34);
+DEFINE_GUID(IID_IFindCompressorCB, 0xF03FA8DE, 0x879A, 0x4D59, 0x9B, 0x2C, 0x26, 0xBB, 0x1C, 0xF8, 0x34, 0x61);
+DEFINE_GUID(IID_ISmartRenderEngine, 0xF03FA8CE, 0x879A, 0x4D59, 0x9B, 0x2C, 0x26, 0xBB, 0x1C, 0xF8, 0x34, 0x61);
+DEFINE_GUID(IID_IAMTimelineEffectable, 0xEAE58537, 0x622E, 0x11D2, 0x8C, 0xAD, 0x00, 0xA0, 0x24, 0x58, 0x09, 0x02);
+DEFINE_GUID(IID_IAMTimelineEffect, 0xBCE0C264, 0x622D, 0x11D2, 0x8C, 0xAD, 0x00, 0xA0, 0x24, 0x58, 0x09, 0x02);
+DEFINE_GUID(IID_IAMTimelineTransable, 0x378FA386, 0x622E, 0x11D2, 0x8C, 0xAD, 0x00, 0xA0, 0x24, 0x58, 0x09, 0x02);
+DEFINE_GUID(IID_IAMTimelineSplittable, 0xA0F840A0, 0xD590, 0x11D2, 0x8D, 0x55, 0x00, 0xA0, 0xC9, 0x44, 0x1E, 0x20);
+DEFINE_GUID(IID_IAMTimelineTrans, 0xBCE0C265, 0x622D, 0x11D2, 0x8C, 0xAD, 0x00, 0xA0, 0x24, 0x58, 0x09, 0x02);
+DEFINE_GUID(IID_IAMTimelineTrack, 0xEAE58538, 0x622E, 0x11D2, 0x8C, 0xAD, 0x00, 0xA0, 0x24, 0x58, 0x09, 0x02);
+DEFINE_GUID(IID_IAMTimelineVirtualTrack, 0xA8ED5F80, 0xC2C7, 0x11D2, 0x8D, 0x39, 0x00, 0xA0, 0xC9, 0x44, 0x1E, 0x20);
+DEFINE_GUID(IID_IAMTimelineComp, 0xEAE58536, 0x622E, 0x11D2, 0x8C, 0xAD, 0x00, 0xA0, 0x24, 0x58, 0x09, 0x02);
+DEFINE_GUID(IID_IXml2Dex, 0x18C628ED, 0x962A, 0x11D2, 0x8D, 0x08, 0x00, 0xA0, 0xC9, 0x44, 0x1E, 0x20);
+
 namespace mw {
 struct InterfaceNameRow {
     const char* name;
@@ -234,7 +331,7 @@ inline constexpr InterfaceNameRow kMwInterfaceNameTable[] = {
     {"IGraphVersion", &IID_IGraphVersion},
     {"IResourceConsumer", &IID_IResourceConsumer},
     {"IResourceManager", &IID_IResourceManager},
-    {"IDistributorNotify", nullptr},  // IID not available
+    {"IDistributorNotify", &IID_IDistributorNotify},  // unconfirmed
     {"IAMStreamControl", &IID_IAMStreamControl},
     {"ISeekingPassThru", &IID_ISeekingPassThru},
     {"IAMStreamConfig", &IID_IAMStreamConfig},
@@ -242,32 +339,32 @@ inline constexpr InterfaceNameRow kMwInterfaceNameTable[] = {
     {"IConfigAviMux", &IID_IConfigAviMux},
     {"IAMVideoCompression", &IID_IAMVideoCompression},
     {"IAMVfwCaptureDialogs", &IID_IAMVfwCaptureDialogs},
-    {"IAMVfwCompressDialogs", nullptr},  // IID not available
+    {"IAMVfwCompressDialogs", &IID_IAMVfwCompressDialogs},  // unconfirmed
     {"IAMDroppedFrames", &IID_IAMDroppedFrames},
-    {"IAMAudioInputMixer", nullptr},  // IID not available
-    {"IAMAnalogVideoDecoder", nullptr},  // IID not available
+    {"IAMAudioInputMixer", &IID_IAMAudioInputMixer},  // unconfirmed
+    {"IAMAnalogVideoDecoder", &IID_IAMAnalogVideoDecoder},  // unconfirmed
     {"IAMVideoProcAmp", &IID_IAMVideoProcAmp},
     {"IAMCameraControl", &IID_IAMCameraControl},
     {"IAMCrossbar", &IID_IAMCrossbar},
     {"IAMTuner", &IID_IAMTuner},
     {"IAMTunerNotification", &IID_IAMTunerNotification},
     {"IAMTVTuner", &IID_IAMTVTuner},
-    {"IBPCSatelliteTuner", nullptr},  // IID not available
-    {"IAMTVAudio", nullptr},  // IID not available
-    {"IAMTVAudioNotification", nullptr},  // IID not available
-    {"IAMAnalogVideoEncoder", nullptr},  // IID not available
+    {"IBPCSatelliteTuner", &IID_IBPCSatelliteTuner},  // unconfirmed
+    {"IAMTVAudio", &IID_IAMTVAudio},  // unconfirmed
+    {"IAMTVAudioNotification", &IID_IAMTVAudioNotification},  // unconfirmed
+    {"IAMAnalogVideoEncoder", &IID_IAMAnalogVideoEncoder},  // unconfirmed
     {"IMediaPropertyBag", &IID_IMediaPropertyBag},
     {"IPersistMediaPropertyBag", &IID_IPersistMediaPropertyBag},
-    {"IAMPhysicalPinInfo", nullptr},  // IID not available
-    {"IAMExtDevice", nullptr},  // IID not available
-    {"IAMExtTransport", nullptr},  // IID not available
-    {"IAMTimecodeReader", nullptr},  // IID not available
-    {"IAMTimecodeGenerator", nullptr},  // IID not available
-    {"IAMTimecodeDisplay", nullptr},  // IID not available
-    {"IAMDevMemoryAllocator", nullptr},  // IID not available
-    {"IAMDevMemoryControl", nullptr},  // IID not available
+    {"IAMPhysicalPinInfo", &IID_IAMPhysicalPinInfo},  // unconfirmed
+    {"IAMExtDevice", &IID_IAMExtDevice},  // unconfirmed
+    {"IAMExtTransport", &IID_IAMExtTransport},  // unconfirmed
+    {"IAMTimecodeReader", &IID_IAMTimecodeReader},  // unconfirmed
+    {"IAMTimecodeGenerator", &IID_IAMTimecodeGenerator},  // unconfirmed
+    {"IAMTimecodeDisplay", &IID_IAMTimecodeDisplay},  // unconfirmed
+    {"IAMDevMemoryAllocator", &IID_IAMDevMemoryAllocator},  // unconfirmed
+    {"IAMDevMemoryControl", &IID_IAMDevMemoryControl},  // unconfirmed
     {"IAMStreamSelect", &IID_IAMStreamSelect},
-    {"IAMovie", nullptr},  // IID not available
+    {"IAMovie", &IID_IAMovie},  // unconfirmed
     {"ICreateDevEnum", &IID_ICreateDevEnum},
     {"IDvdControl", &IID_IDvdControl},
     {"IDvdControl2", &IID_IDvdControl2},
@@ -284,31 +381,31 @@ inline constexpr InterfaceNameRow kMwInterfaceNameTable[] = {
     {"IMemAllocatorNotifyCallbackTemp", &IID_IMemAllocatorNotifyCallbackTemp},
     {"IAMVideoControl", &IID_IAMVideoControl},
     {"IKsPropertySet", &IID_IKsPropertySet},
-    {"IAMResourceControl", nullptr},  // IID not available
-    {"IAMClockAdjust", nullptr},  // IID not available
+    {"IAMResourceControl", &IID_IAMResourceControl},  // unconfirmed
+    {"IAMClockAdjust", &IID_IAMClockAdjust},  // unconfirmed
     {"IAMFilterMiscFlags", &IID_IAMFilterMiscFlags},
-    {"IDrawVideoImage", nullptr},  // IID not available
-    {"IDecimateVideoImage", nullptr},  // IID not available
-    {"IAMVideoDecimationProperties", nullptr},  // IID not available
+    {"IDrawVideoImage", &IID_IDrawVideoImage},  // unconfirmed
+    {"IDecimateVideoImage", &IID_IDecimateVideoImage},  // unconfirmed
+    {"IAMVideoDecimationProperties", &IID_IAMVideoDecimationProperties},  // unconfirmed
     {"IAMLatency", &IID_IAMLatency},
     {"IAMPushSource", &IID_IAMPushSource},
-    {"IAMDeviceRemoval", nullptr},  // IID not available
-    {"IDVEnc", nullptr},  // IID not available
-    {"IIPDVDec", nullptr},  // IID not available
-    {"IDVRGB219", nullptr},  // IID not available
-    {"IDVSplitter", nullptr},  // IID not available
-    {"IAMAudioRendererStats", nullptr},  // IID not available
-    {"IAMGraphStreams", nullptr},  // IID not available
-    {"IAMOverlayFX", nullptr},  // IID not available
-    {"IAMOpenProgress", nullptr},  // IID not available
+    {"IAMDeviceRemoval", &IID_IAMDeviceRemoval},  // unconfirmed
+    {"IDVEnc", &IID_IDVEnc},  // unconfirmed
+    {"IIPDVDec", &IID_IIPDVDec},  // unconfirmed
+    {"IDVRGB219", &IID_IDVRGB219},  // unconfirmed
+    {"IDVSplitter", &IID_IDVSplitter},  // unconfirmed
+    {"IAMAudioRendererStats", &IID_IAMAudioRendererStats},  // unconfirmed
+    {"IAMGraphStreams", &IID_IAMGraphStreams},  // unconfirmed
+    {"IAMOverlayFX", &IID_IAMOverlayFX},  // unconfirmed
+    {"IAMOpenProgress", &IID_IAMOpenProgress},  // unconfirmed
     {"IMpeg2Demultiplexer", &IID_IMpeg2Demultiplexer},
-    {"IEnumStreamIdMap", nullptr},  // IID not available
-    {"IMPEG2StreamIdMap", nullptr},  // IID not available
-    {"IRegisterServiceProvider", nullptr},  // IID not available
-    {"IAMDecoderCaps", nullptr},  // IID not available
+    {"IEnumStreamIdMap", &IID_IEnumStreamIdMap},  // unconfirmed
+    {"IMPEG2StreamIdMap", &IID_IMPEG2StreamIdMap},  // unconfirmed
+    {"IRegisterServiceProvider", &IID_IRegisterServiceProvider},  // unconfirmed
+    {"IAMDecoderCaps", &IID_IAMDecoderCaps},  // unconfirmed
     {"IAMClockSlave", &IID_IAMClockSlave},
-    {"IDDrawExclModeVideo", nullptr},  // IID not available
-    {"IDDrawExclModeVideoCallback", nullptr},  // IID not available
+    {"IDDrawExclModeVideo", &IID_IDDrawExclModeVideo},  // unconfirmed
+    {"IDDrawExclModeVideoCallback", &IID_IDDrawExclModeVideoCallback},  // unconfirmed
     {"IPinConnection", &IID_IPinConnection},
     {"IPinFlowControl", &IID_IPinFlowControl},
     {"IGraphConfig", &IID_IGraphConfig},
@@ -324,7 +421,7 @@ inline constexpr InterfaceNameRow kMwInterfaceNameTable[] = {
     {"IVMRMixerBitmap", &IID_IVMRMixerBitmap},
     {"IVMRImageCompositor", &IID_IVMRImageCompositor},
     {"IVMRVideoStreamControl", &IID_IVMRVideoStreamControl},
-    {"IVMRSurface", nullptr},  // IID not available
+    {"IVMRSurface", &IID_IVMRSurface},  // unconfirmed
     {"IVPManager", &IID_IVPManager},
     {"IVMRImagePresenterConfig", &IID_IVMRImagePresenterConfig},
     {"IVMRImagePresenterExclModeConfig", &IID_IVMRImagePresenterExclModeConfig},
@@ -364,20 +461,20 @@ inline constexpr InterfaceNameRow kMwInterfaceNameTable[] = {
     {"IMediaTypeInfo", &IID_IMediaTypeInfo},
     {"IPinInfo", &IID_IPinInfo},
     {"IAMStats", &IID_IAMStats},
-    {"IAMNetShowConfig", nullptr},  // IID not available
-    {"IAMChannelInfo", nullptr},  // IID not available
+    {"IAMNetShowConfig", &IID_IAMNetShowConfig},  // unconfirmed
+    {"IAMChannelInfo", &IID_IAMChannelInfo},  // unconfirmed
     {"IAMNetworkStatus", &IID_IAMNetworkStatus},
-    {"IAMExtendedSeeking", nullptr},  // IID not available
-    {"IAMNetShowExProps", nullptr},  // IID not available
-    {"IAMExtendedErrorInfo", nullptr},  // IID not available
+    {"IAMExtendedSeeking", &IID_IAMExtendedSeeking},  // unconfirmed
+    {"IAMNetShowExProps", &IID_IAMNetShowExProps},  // unconfirmed
+    {"IAMExtendedErrorInfo", &IID_IAMExtendedErrorInfo},  // unconfirmed
     {"IAMMediaContent", &IID_IAMMediaContent},
-    {"IAMMediaContent2", nullptr},  // IID not available
-    {"IAMNetShowPreroll", nullptr},  // IID not available
-    {"IDShowPlugin", nullptr},  // IID not available
-    {"IAMPlayListItem", nullptr},  // IID not available
-    {"IAMPlayList", nullptr},  // IID not available
-    {"ISpecifyParticularPages", nullptr},  // IID not available
-    {"IAMRebuild", nullptr},  // IID not available
+    {"IAMMediaContent2", &IID_IAMMediaContent2},  // unconfirmed
+    {"IAMNetShowPreroll", &IID_IAMNetShowPreroll},  // unconfirmed
+    {"IDShowPlugin", &IID_IDShowPlugin},  // unconfirmed
+    {"IAMPlayListItem", &IID_IAMPlayListItem},  // unconfirmed
+    {"IAMPlayList", &IID_IAMPlayList},  // unconfirmed
+    {"ISpecifyParticularPages", &IID_ISpecifyParticularPages},  // unconfirmed
+    {"IAMRebuild", &IID_IAMRebuild},  // unconfirmed
     {"IDirectDrawVideo", &IID_IDirectDrawVideo},
     {"IQualProp", &IID_IQualProp},
     {"IFullScreenVideo", &IID_IFullScreenVideo},
@@ -440,30 +537,30 @@ inline constexpr InterfaceNameRow kMwInterfaceNameTable[] = {
     {"IMPEG2TuneRequestFactory", &IID_IMPEG2TuneRequestFactory},
     {"IMPEG2TuneRequestSupport", &IID_IMPEG2TuneRequestSupport},
     {"IBroadcastEvent", &IID_IBroadcastEvent},
-    {"IDXBaseObject", nullptr},  // IID not available
-    {"IDXTransformFactory", nullptr},  // IID not available
-    {"IDXTransform", nullptr},  // IID not available
-    {"IDXSurfacePick", nullptr},  // IID not available
-    {"IDXTBindHost", nullptr},  // IID not available
-    {"IDXTaskManager", nullptr},  // IID not available
-    {"IDXSurfaceFactory", nullptr},  // IID not available
-    {"IDXSurfaceModifier", nullptr},  // IID not available
-    {"IDXSurface", nullptr},  // IID not available
-    {"IDXSurfaceInit", nullptr},  // IID not available
-    {"IDXARGBSurfaceInit", nullptr},  // IID not available
-    {"IDXARGBReadPtr", nullptr},  // IID not available
-    {"IDXARGBReadWritePtr", nullptr},  // IID not available
-    {"IDXDCLock", nullptr},  // IID not available
-    {"IDXTScaleOutput", nullptr},  // IID not available
-    {"IDXGradient", nullptr},  // IID not available
-    {"IDXTScale", nullptr},  // IID not available
-    {"IDXEffect", nullptr},  // IID not available
-    {"IDXLookupTable", nullptr},  // IID not available
-    {"IDXRawSurface", nullptr},  // IID not available
-    {"IHTMLDXTransform", nullptr},  // IID not available
+    {"IDXBaseObject", &IID_IDXBaseObject},  // unconfirmed
+    {"IDXTransformFactory", &IID_IDXTransformFactory},  // unconfirmed
+    {"IDXTransform", &IID_IDXTransform},  // unconfirmed
+    {"IDXSurfacePick", &IID_IDXSurfacePick},  // unconfirmed
+    {"IDXTBindHost", &IID_IDXTBindHost},  // unconfirmed
+    {"IDXTaskManager", &IID_IDXTaskManager},  // unconfirmed
+    {"IDXSurfaceFactory", &IID_IDXSurfaceFactory},  // unconfirmed
+    {"IDXSurfaceModifier", &IID_IDXSurfaceModifier},  // unconfirmed
+    {"IDXSurface", &IID_IDXSurface},  // unconfirmed
+    {"IDXSurfaceInit", &IID_IDXSurfaceInit},  // unconfirmed
+    {"IDXARGBSurfaceInit", &IID_IDXARGBSurfaceInit},  // unconfirmed
+    {"IDXARGBReadPtr", &IID_IDXARGBReadPtr},  // unconfirmed
+    {"IDXARGBReadWritePtr", &IID_IDXARGBReadWritePtr},  // unconfirmed
+    {"IDXDCLock", &IID_IDXDCLock},  // unconfirmed
+    {"IDXTScaleOutput", &IID_IDXTScaleOutput},  // unconfirmed
+    {"IDXGradient", &IID_IDXGradient},  // unconfirmed
+    {"IDXTScale", &IID_IDXTScale},  // unconfirmed
+    {"IDXEffect", &IID_IDXEffect},  // unconfirmed
+    {"IDXLookupTable", &IID_IDXLookupTable},  // unconfirmed
+    {"IDXRawSurface", &IID_IDXRawSurface},  // unconfirmed
+    {"IHTMLDXTransform", &IID_IHTMLDXTransform},  // unconfirmed
     {"IMpegVideoDecoder", nullptr},  // IID not available
-    {"IConfigAsfWriter", nullptr},  // IID not available
-    {"IAMParse", nullptr},  // IID not available
+    {"IConfigAsfWriter", &IID_IConfigAsfWriter},  // unconfirmed
+    {"IAMParse", &IID_IAMParse},  // unconfirmed
     {"IMediaParamInfo", &IID_IMediaParamInfo},
     {"IMediaParams", &IID_IMediaParams},
     {"IMediaBuffer", &IID_IMediaBuffer},
@@ -480,33 +577,33 @@ inline constexpr InterfaceNameRow kMwInterfaceNameTable[] = {
     {"IKsClockPropertySet", &IID_IKsClockPropertySet},
     {"IKsAllocator", &IID_IKsAllocator},
     {"IKsAllocatorEx", &IID_IKsAllocatorEx},
-    {"IKsTopology", nullptr},  // IID not available
-    {"IKsAggregateControl", nullptr},  // IID not available
+    {"IKsTopology", &IID_IKsTopology},  // unconfirmed
+    {"IKsAggregateControl", &IID_IKsAggregateControl},  // unconfirmed
     {"IKsQualityForwarder", &IID_IKsQualityForwarder},
     {"IPropertySetter", &IID_IPropertySetter},
-    {"IDxtCompositor", nullptr},  // IID not available
-    {"IDxtAlphaSetter", nullptr},  // IID not available
-    {"IDxtJpeg", nullptr},  // IID not available
-    {"IDxtKey", nullptr},  // IID not available
+    {"IDxtCompositor", &IID_IDxtCompositor},  // unconfirmed
+    {"IDxtAlphaSetter", &IID_IDxtAlphaSetter},  // unconfirmed
+    {"IDxtJpeg", &IID_IDxtJpeg},  // unconfirmed
+    {"IDxtKey", &IID_IDxtKey},  // unconfirmed
     {"IMediaLocator", &IID_IMediaLocator},
     {"IMediaDet", &IID_IMediaDet},
-    {"IGrfCache", nullptr},  // IID not available
-    {"IRenderEngine", nullptr},  // IID not available
-    {"IFindCompressorCB", nullptr},  // IID not available
-    {"ISmartRenderEngine", nullptr},  // IID not available
+    {"IGrfCache", &IID_IGrfCache},  // unconfirmed
+    {"IRenderEngine", &IID_IRenderEngine},  // unconfirmed
+    {"IFindCompressorCB", &IID_IFindCompressorCB},  // unconfirmed
+    {"ISmartRenderEngine", &IID_ISmartRenderEngine},  // unconfirmed
     {"IAMTimelineObj", &IID_IAMTimelineObj},
-    {"IAMTimelineEffectable", nullptr},  // IID not available
-    {"IAMTimelineEffect", nullptr},  // IID not available
-    {"IAMTimelineTransable", nullptr},  // IID not available
-    {"IAMTimelineSplittable", nullptr},  // IID not available
-    {"IAMTimelineTrans", nullptr},  // IID not available
+    {"IAMTimelineEffectable", &IID_IAMTimelineEffectable},  // unconfirmed
+    {"IAMTimelineEffect", &IID_IAMTimelineEffect},  // unconfirmed
+    {"IAMTimelineTransable", &IID_IAMTimelineTransable},  // unconfirmed
+    {"IAMTimelineSplittable", &IID_IAMTimelineSplittable},  // unconfirmed
+    {"IAMTimelineTrans", &IID_IAMTimelineTrans},  // unconfirmed
     {"IAMTimelineSrc", &IID_IAMTimelineSrc},
-    {"IAMTimelineTrack", nullptr},  // IID not available
-    {"IAMTimelineVirtualTrack", nullptr},  // IID not available
-    {"IAMTimelineComp", nullptr},  // IID not available
+    {"IAMTimelineTrack", &IID_IAMTimelineTrack},  // unconfirmed
+    {"IAMTimelineVirtualTrack", &IID_IAMTimelineVirtualTrack},  // unconfirmed
+    {"IAMTimelineComp", &IID_IAMTimelineComp},  // unconfirmed
     {"IAMTimelineGroup", &IID_IAMTimelineGroup},
     {"IAMTimeline", &IID_IAMTimeline},
-    {"IXml2Dex", nullptr},  // IID not available
+    {"IXml2Dex", &IID_IXml2Dex},  // unconfirmed
     {"IAMErrorLog", &IID_IAMErrorLog},
     {"IAMSetErrorLog", &IID_IAMSetErrorLog},
     {"ISampleGrabberCB", &IID_ISampleGrabberCB},
