@@ -181,7 +181,12 @@ LPVOID WINAPI CoTaskMemAlloc(SIZE_T cb) {
     return std::malloc(cb ? cb : 1);
 }
 LPVOID WINAPI CoTaskMemRealloc(LPVOID pv, SIZE_T cb) {
-    return std::realloc(pv, cb ? cb : 1);
+    // A size of zero frees the block, as the platform's allocator does.
+    if (cb == 0) {
+        std::free(pv);
+        return nullptr;
+    }
+    return std::realloc(pv, cb);
 }
 void WINAPI CoTaskMemFree(LPVOID pv) {
     std::free(pv);

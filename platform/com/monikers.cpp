@@ -140,7 +140,8 @@ public:
             if (FAILED(hr)) return hr;
             v = converted;
         }
-        VariantClear(pVar);
+        // The caller's variant only says which type it wants; what else it holds is not ours
+        // to free.
         *pVar = v;
         return S_OK;
     }
@@ -389,8 +390,8 @@ public:
 
     STDMETHODIMP GetClassID(CLSID* pClassID) override {
         if (!pClassID) return E_POINTER;
-        *pClassID = GUID_NULL;
-        return E_NOTIMPL;  // the item moniker's class id is not among this layer's declarations
+        *pClassID = CLSID_ItemMoniker;
+        return S_OK;
     }
     STDMETHODIMP Load(IStream* pStm) override {
         if (!pStm) return E_POINTER;

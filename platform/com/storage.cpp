@@ -26,7 +26,9 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -75,8 +77,90 @@ struct Node {
     }
 };
 
+constexpr DWORD kAccessMask = 0x3;
+constexpr DWORD kShareMask = 0x70;
+
+// Share modes between the root storages of this process: an open that would read or write
+// what another open denies (or deny what another open does) is refused. The claim goes with
+// the document.
+class ShareClaim {
+public:
+    ShareClaim() = default;
+    ShareClaim(const ShareClaim&) = delete;
+    ShareClaim& operator=(const ShareClaim&) = delete;
+    ~ShareClaim() { Release(); }
+
+    // False when the path is open elsewhere in a way that this mode conflicts with.
+    bool Claim(const std::string& path, DWORD mode) {
+        std::error_code ec;
+        key_ = std::filesystem::weakly_canonical(path, ec).string();
+        if (ec) key_ = path;
+        entry_ = {Uses(mode), Denies(mode)};
+        std::lock_guard lock(TableMutex());
+        auto range = Table().equal_range(key_);
+        for (auto it = range.first; it != range.second; ++it)
+            if ((it->second.uses & entry_.denies) || (entry_.uses & it->second.denies)) {
+                key_.clear();
+                return false;
+            }
+        Table().emplace(key_, entry_);
+        return true;
+    }
+
+private:
+    struct Entry {
+        unsigned uses = 0;    // bit 0 read, bit 1 write
+        unsigned denies = 0;  // the same bits, denied to others
+        bool operator==(const Entry&) const = default;
+    };
+    static unsigned Uses(DWORD mode) {
+        switch (mode & kAccessMask) {
+            case STGM_READ:
+                return 1;
+            case STGM_WRITE:
+                return 2;
+            default:
+                return 3;
+        }
+    }
+    static unsigned Denies(DWORD mode) {
+        switch (mode & kShareMask) {
+            case STGM_SHARE_EXCLUSIVE:
+                return 3;
+            case STGM_SHARE_DENY_WRITE:
+                return 2;
+            case STGM_SHARE_DENY_READ:
+                return 1;
+            default:
+                return 0;
+        }
+    }
+    static std::multimap<std::string, Entry>& Table() {
+        static std::multimap<std::string, Entry> table;
+        return table;
+    }
+    static std::mutex& TableMutex() {
+        static std::mutex m;
+        return m;
+    }
+    void Release() {
+        if (key_.empty()) return;
+        std::lock_guard lock(TableMutex());
+        auto range = Table().equal_range(key_);
+        for (auto it = range.first; it != range.second; ++it)
+            if (it->second == entry_) {
+                Table().erase(it);
+                break;
+            }
+    }
+
+    std::string key_;
+    Entry entry_;
+};
+
 struct Doc {
     std::mutex mutex;
+    ShareClaim share;
     std::string path;  // empty: a temporary docfile without a name
     bool transacted = false;
     bool deleteOnRelease = false;
@@ -147,7 +231,8 @@ bool BuildFile(const Node& root, std::vector<uint8_t>* bytes) {
         const gsf_off_t n = gsf_output_size(mem);
         bytes->assign(p, p + n);
     }
-    gsf_output_close(mem);
+    // Closing the compound file closes the memory output under it.
+    if (!gsf_output_is_closed(mem)) gsf_output_close(mem);
     g_object_unref(mem);
     return ok;
 }
@@ -265,6 +350,19 @@ HRESULT FlushDoc(Doc& doc) {
     return WriteAtomically(doc.path, bytes);
 }
 
+// Streams stay below 4 GiB, the largest size a compound file of this format holds.
+constexpr uint64_t kMaxStreamSize = 1ull << 32;
+
+// Grows or shrinks a stream's bytes; false when memory runs out.
+bool Resize(std::vector<uint8_t>& data, uint64_t size) {
+    try {
+        data.resize(static_cast<size_t>(size));
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
 // ---- names and modes
 
 bool ValidElementName(LPCOLESTR name) {
@@ -276,8 +374,6 @@ bool ValidElementName(LPCOLESTR name) {
     return true;
 }
 
-constexpr DWORD kAccessMask = 0x3;
-constexpr DWORD kShareMask = 0x70;
 bool CanWrite(DWORD mode) {
     return (mode & kAccessMask) == STGM_WRITE || (mode & kAccessMask) == STGM_READWRITE;
 }
@@ -337,7 +433,8 @@ public:
         if (generation_ != doc_->generation) return STG_E_REVERTED;
         if (!CanWrite(mode_)) return STG_E_ACCESSDENIED;
         auto& d = node_->data;
-        if (pos_ + cb > d.size()) d.resize(pos_ + cb);
+        if (pos_ + cb > kMaxStreamSize) return STG_E_MEDIUMFULL;
+        if (pos_ + cb > d.size() && !Resize(d, pos_ + cb)) return STG_E_INSUFFICIENTMEMORY;
         if (cb) std::memcpy(d.data() + pos_, pv, cb);
         pos_ += cb;
         node_->mtime = Now();
@@ -372,8 +469,8 @@ public:
         std::lock_guard lock(doc_->mutex);
         if (generation_ != doc_->generation) return STG_E_REVERTED;
         if (!CanWrite(mode_)) return STG_E_ACCESSDENIED;
-        if (libNewSize.QuadPart > (1ull << 32)) return STG_E_MEDIUMFULL;
-        node_->data.resize(static_cast<size_t>(libNewSize.QuadPart));
+        if (libNewSize.QuadPart > kMaxStreamSize) return STG_E_MEDIUMFULL;
+        if (!Resize(node_->data, libNewSize.QuadPart)) return STG_E_INSUFFICIENTMEMORY;
         return S_OK;
     }
     STDMETHODIMP CopyTo(IStream* pstm, ULARGE_INTEGER cb, ULARGE_INTEGER* pcbRead,
@@ -787,6 +884,7 @@ HRESULT WINAPI StgCreateDocfile(const WCHAR* pwcsName, DWORD grfMode, DWORD rese
             if (S_ISDIR(st.st_mode)) return STG_E_ACCESSDENIED;
             if (!(grfMode & (STGM_CREATE | STGM_CONVERT))) return STG_E_FILEALREADYEXISTS;
         }
+        if (!doc->share.Claim(doc->path, grfMode)) return STG_E_SHAREVIOLATION;
     } else {
         // A temporary docfile: a unique file that goes with the storage.
         const char* tmp = std::getenv("TMPDIR");
@@ -817,6 +915,7 @@ HRESULT WINAPI StgOpenStorage(const WCHAR* pwcsName, IStorage* pstgPriority, DWO
     doc->path = PathOf(pwcsName);
     std::vector<uint8_t> bytes;
     HRESULT hr = ReadWholeFile(doc->path, &bytes);
+    if (SUCCEEDED(hr) && !doc->share.Claim(doc->path, grfMode)) hr = STG_E_SHAREVIOLATION;
     if (FAILED(hr)) return hr;
     hr = ParseFile(bytes, &doc->root);
     if (FAILED(hr)) return hr;

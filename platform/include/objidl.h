@@ -114,6 +114,10 @@ constexpr DWORD ROTFLAGS_REGISTRATIONKEEPSALIVE = 0x1;
 constexpr DWORD ROTFLAGS_ALLOWANYCLIENT = 0x2;
 constexpr DWORD ROT_COMPARE_MAX = 2048;
 
+// The class of item monikers, as their IPersist::GetClassID answers it.
+DEFINE_GUID(CLSID_ItemMoniker, 0x00000304, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+            0x46);
+
 DEFINE_GUID(IID_IEnumUnknown, 0x00000100, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
             0x46);
 struct IEnumUnknown : public IUnknown {

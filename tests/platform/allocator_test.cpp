@@ -10,7 +10,9 @@
 #include "platform/graph/MemAllocator.h"
 #include "tests/support/Wait.h"
 #include "uuids.h"
+#include "winbase.h"
 
+using mw::test::ThreadIsBlocked;
 using mw::test::WaitUntil;
 
 namespace {
@@ -88,10 +90,14 @@ TEST(MemoryAllocator, GetBufferFailsWhileDecommittedAndWaitsForAFreeSample) {
               VFW_E_TIMEOUT);
 
     std::atomic<bool> got{false};
+    std::atomic<DWORD> tid{0};
     std::thread waiter([&] {
+        tid = GetCurrentThreadId();
         ComPtr<IMediaSample> s;
         got = a->GetBuffer(s.ReleaseAndGetAddressOf(), nullptr, nullptr, 0) == S_OK && s;
     });
+    EXPECT_TRUE(WaitUntil([&] { return tid != 0 && ThreadIsBlocked(tid); }));
+    EXPECT_FALSE(got);
     first = nullptr;  // its last reference: back to the free list, which wakes the waiter
     EXPECT_TRUE(WaitUntil([&] { return got.load(); }));
     waiter.join();
@@ -104,11 +110,15 @@ TEST(MemoryAllocator, DecommitWakesABlockedGetBufferWithAFailure) {
     ASSERT_EQ(a->GetBuffer(held.ReleaseAndGetAddressOf(), nullptr, nullptr, 0), S_OK);
     std::atomic<HRESULT> result{S_FALSE};
     std::atomic<bool> done{false};
+    std::atomic<DWORD> tid{0};
     std::thread waiter([&] {
+        tid = GetCurrentThreadId();
         ComPtr<IMediaSample> s;
         result = a->GetBuffer(s.ReleaseAndGetAddressOf(), nullptr, nullptr, 0);
         done = true;
     });
+    EXPECT_TRUE(WaitUntil([&] { return tid != 0 && ThreadIsBlocked(tid); }));
+    EXPECT_FALSE(done);
     ASSERT_EQ(a->Decommit(), S_OK);
     EXPECT_TRUE(WaitUntil([&] { return done.load(); }));
     waiter.join();

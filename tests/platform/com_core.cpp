@@ -145,6 +145,8 @@ TEST(ComTaskMemory, BlocksAreFreedOnAnyThread) {
     p = CoTaskMemRealloc(p, 1000);
     ASSERT_NE(p, nullptr);
     std::thread([p] { CoTaskMemFree(p); }).join();
+    // A size of zero frees the block.
+    EXPECT_EQ(CoTaskMemRealloc(CoTaskMemAlloc(16), 0), nullptr);
     CoTaskMemFree(nullptr);
     LPOLESTR s = mw::CoTaskMemDup(u"FilterGraph");
     EXPECT_EQ(std::u16string(s), u"FilterGraph");

@@ -150,7 +150,10 @@ TEST_F(DeviceMonikers, ParsedDisplayNameRoundTripsAndBindsToItsPropertyBag) {
     EXPECT_EQ(bag->Read(u"FilterData", &v, nullptr), S_OK);
     EXPECT_EQ(v.vt, VT_ARRAY | VT_UI1);
     VariantClear(&v);
-    v.vt = VT_BSTR;  // a typed read converts
+    // A typed read converts. Only the type of the caller's variant is read: what else it
+    // holds is left alone.
+    v.vt = VT_BSTR;
+    v.bstrVal = reinterpret_cast<BSTR>(uintptr_t{0x10});
     EXPECT_EQ(bag->Read(u"WaveInID", &v, nullptr), S_OK);
     EXPECT_EQ(std::u16string(v.bstrVal), u"3");
     VariantClear(&v);

@@ -66,6 +66,9 @@ TEST(RunningObjectTable, RegistersAndRevokesTheGraphUnderAnItemMoniker) {
     DWORD sys = 0;
     EXPECT_EQ(moniker->IsSystemMoniker(&sys), S_OK);
     EXPECT_EQ(sys, static_cast<DWORD>(MKSYS_ITEMMONIKER));
+    CLSID cls{};
+    EXPECT_EQ(moniker->GetClassID(&cls), S_OK);
+    EXPECT_EQ(cls, CLSID_ItemMoniker);
 
     DWORD cookie = 0;
     ASSERT_EQ(rot->Register(ROTFLAGS_REGISTRATIONKEEPSALIVE, graph, moniker.Get(), &cookie), S_OK);

@@ -261,6 +261,66 @@ TEST(Docfile, UnwritablePathFailsAndLeavesNoFile) {
     EXPECT_EQ(StgCreateDocfile(nullptr, kGraphFileMode, 0, nullptr), STG_E_INVALIDPOINTER);
 }
 
+TEST(Docfile, AFileHeldExclusivelyIsNotOpenedOrWipedByAnotherStorage) {
+    TempDir dir;
+    const std::u16string path = mw::Utf8ToUtf16(dir.File("held.grf"));
+    ASSERT_EQ(SaveGraphFile(dir.File("held.grf"), GraphBytes()), S_OK);
+    ComPtr<IStorage> held;
+    ASSERT_EQ(StgOpenStorage(path.c_str(), nullptr, STGM_READWRITE | STGM_SHARE_EXCLUSIVE, nullptr,
+                             0, held.ReleaseAndGetAddressOf()),
+              S_OK);
+    ComPtr<IStorage> other;
+    EXPECT_EQ(StgCreateDocfile(path.c_str(), kGraphFileMode, 0, other.ReleaseAndGetAddressOf()),
+              STG_E_SHAREVIOLATION);
+    EXPECT_EQ(StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_NONE, nullptr, 0,
+                             other.ReleaseAndGetAddressOf()),
+              STG_E_SHAREVIOLATION);
+    EXPECT_FALSE(other);
+    // Reopened, the file still holds the graph: the refused create wiped nothing.
+    held = nullptr;
+    ComPtr<IStream> stream;
+    ASSERT_EQ(StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE, nullptr, 0,
+                             held.ReleaseAndGetAddressOf()),
+              S_OK);
+    ASSERT_EQ(held->OpenStream(u"ActiveMovieGraph", nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0,
+                               stream.ReleaseAndGetAddressOf()),
+              S_OK);
+    // Readers that let others read share the file; a writer does not get in.
+    EXPECT_EQ(StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE, nullptr, 0,
+                             other.ReleaseAndGetAddressOf()),
+              S_OK);
+    other = nullptr;
+    EXPECT_EQ(StgCreateDocfile(path.c_str(), kGraphFileMode, 0, other.ReleaseAndGetAddressOf()),
+              STG_E_SHAREVIOLATION);
+    stream = nullptr;
+    held = nullptr;
+    EXPECT_EQ(StgCreateDocfile(path.c_str(), kGraphFileMode, 0, other.ReleaseAndGetAddressOf()),
+              S_OK);
+}
+
+TEST(Docfile, AStreamRefusesToGrowPastFourGibibytes) {
+    ComPtr<IStorage> root;
+    ASSERT_EQ(StgCreateDocfile(nullptr, kGraphFileMode | STGM_DELETEONRELEASE, 0,
+                               root.ReleaseAndGetAddressOf()),
+              S_OK);
+    ComPtr<IStream> stream;
+    ASSERT_EQ(root->CreateStream(u"Big", kGraphStreamMode, 0, 0, stream.ReleaseAndGetAddressOf()),
+              S_OK);
+    LARGE_INTEGER far;
+    far.QuadPart = int64_t{1} << 46;
+    ASSERT_EQ(stream->Seek(far, STREAM_SEEK_SET, nullptr), S_OK);
+    const BYTE one = 1;
+    ULONG written = 5;
+    EXPECT_EQ(stream->Write(&one, 1, &written), STG_E_MEDIUMFULL);
+    EXPECT_EQ(written, 0u);
+    ULARGE_INTEGER size;
+    size.QuadPart = (uint64_t{1} << 32) + 1;
+    EXPECT_EQ(stream->SetSize(size), STG_E_MEDIUMFULL);
+    STATSTG st;
+    ASSERT_EQ(stream->Stat(&st, STATFLAG_NONAME), S_OK);
+    EXPECT_EQ(st.cbSize.QuadPart, 0u);
+}
+
 TEST(Docfile, OpeningWhatIsNoCompoundFileFails) {
     TempDir dir;
     const std::string text = dir.File("text.txt");

@@ -10,17 +10,13 @@
 #include "tests/support/Wait.h"
 #include "winbase.h"
 
+using mw::test::ThreadIsBlocked;
 using mw::test::WaitUntil;
 
 namespace {
 
-// True while the thread sleeps in the kernel (state S), as a thread blocked in a wait does.
-bool ThreadIsBlocked(DWORD tid) {
-    std::ifstream stat("/proc/self/task/" + std::to_string(tid) + "/stat");
-    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
-    size_t close = text.rfind(')');
-    return close != std::string::npos && close + 2 < text.size() && text[close + 2] == 'S';
-}
+// A wait that a test expects to end long before: a regression fails the test, not hangs it.
+constexpr DWORD kCeilingMs = 20000;
 
 struct Handle {
     HANDLE h;
@@ -127,8 +123,14 @@ TEST(WinWaitMultiple, AnyAnswersTheLowestSignalledIndexAndConsumesOnlyThatOne) {
     EXPECT_EQ(WaitForMultipleObjects(3, all, FALSE, 0), WAIT_TIMEOUT);
 
     std::atomic<DWORD> result{WAIT_FAILED};
-    std::thread waiter([&] { result = WaitForMultipleObjects(3, all, FALSE, INFINITE); });
+    std::atomic<DWORD> tid{0};
+    std::thread waiter([&] {
+        tid = GetCurrentThreadId();
+        result = WaitForMultipleObjects(3, all, FALSE, kCeilingMs);
+    });
+    EXPECT_TRUE(WaitUntil([&] { return tid != 0 && ThreadIsBlocked(tid); }));
     SetEvent(e0.h);
+    EXPECT_TRUE(WaitUntil([&] { return result != WAIT_FAILED; }));
     waiter.join();
     EXPECT_EQ(result, WAIT_OBJECT_0);
 }
@@ -141,8 +143,14 @@ TEST(WinWaitMultiple, AllConsumesNothingUntilEveryObjectIsSignalled) {
     EXPECT_EQ(WaitForMultipleObjects(2, both, TRUE, 20), WAIT_TIMEOUT);
 
     std::atomic<DWORD> result{WAIT_FAILED};
-    std::thread waiter([&] { result = WaitForMultipleObjects(2, both, TRUE, INFINITE); });
+    std::atomic<DWORD> tid{0};
+    std::thread waiter([&] {
+        tid = GetCurrentThreadId();
+        result = WaitForMultipleObjects(2, both, TRUE, kCeilingMs);
+    });
+    EXPECT_TRUE(WaitUntil([&] { return tid != 0 && ThreadIsBlocked(tid); }));
     SetEvent(event.h);
+    EXPECT_TRUE(WaitUntil([&] { return result != WAIT_FAILED; }));
     waiter.join();
     EXPECT_EQ(result, WAIT_OBJECT_0);
     EXPECT_EQ(WaitForSingleObject(sem.h, 0), WAIT_TIMEOUT);

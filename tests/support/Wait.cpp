@@ -1,6 +1,9 @@
 #include "tests/support/Wait.h"
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <string>
 #include <thread>
 
 #include "frame/MainThread.h"
@@ -30,6 +33,13 @@ bool WaitUntil(const std::function<bool()>& cond, std::chrono::milliseconds ceil
         else
             std::this_thread::sleep_for(ms);
     }
+}
+
+bool ThreadIsBlocked(uint32_t tid) {
+    std::ifstream stat("/proc/self/task/" + std::to_string(tid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    const size_t close = text.rfind(')');
+    return close != std::string::npos && close + 2 < text.size() && text[close + 2] == 'S';
 }
 
 }  // namespace mw::test

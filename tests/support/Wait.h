@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 
 namespace mw::test {
@@ -12,5 +13,10 @@ namespace mw::test {
 // posted window messages), since the test thread is the main thread.
 bool WaitUntil(const std::function<bool()>& cond,
                std::chrono::milliseconds ceiling = std::chrono::seconds(20));
+
+// True while the thread (a kernel thread id, as GetCurrentThreadId gives) sleeps in the kernel,
+// as a thread blocked in a wait does. Wait for it before waking a waiter, so that the test
+// covers the wake-up rather than a call that never had to wait.
+bool ThreadIsBlocked(uint32_t tid);
 
 }  // namespace mw::test
