@@ -457,6 +457,16 @@ public:
 
     HRESULT GetMediaType(int position, AM_MEDIA_TYPE* type) override;
     HRESULT DecideBufferSize(IMemAllocator* allocator, ALLOCATOR_PROPERTIES* properties) override;
+    // Waits until no SendData uses the connection any more, then breaks it.
+    HRESULT BreakConnect() override;
+
+    // SendData runs on the owner's thread without the filter lock, so a disconnect on another
+    // thread must not take the allocator and the peer away under it. A send enters before it
+    // touches them and leaves when done; EnterSend is false while the connection is being
+    // broken, and Breaking tells a send in its retry loop to give up.
+    bool EnterSend();
+    void LeaveSend() { FSenders.fetch_sub(1); }
+    bool Breaking() const { return FBreaking.load(); }
 
 protected:
     virtual HRESULT IntDecideBufferSize(IMemAllocator* allocator,
@@ -467,6 +477,10 @@ protected:
     HRESULT SetOneBuffer(IMemAllocator* allocator, ALLOCATOR_PROPERTIES* properties, LONG cbBuffer);
 
     TDSBaseSourceFilter* FSourceFilter;  // not counted
+
+private:
+    std::atomic<int> FSenders{0};
+    std::atomic<bool> FBreaking{false};
 };
 
 // Audio in the stored wave format, one buffer of bufferMilliseconds (+2) of the agreed format.

@@ -215,6 +215,7 @@ STDMETHODIMP TDSBaseFilter::FindPin(LPCWSTR id, IPin** pin) {
 
 STDMETHODIMP TDSBaseFilter::QueryFilterInfo(FILTER_INFO* info) {
     if (!info) return E_POINTER;
+    DSLockGuard guard(FLock.Get());
     CopyName(info->achName, FFilterName);
     info->pGraph = FGraph;
     if (FGraph) FGraph->AddRef();

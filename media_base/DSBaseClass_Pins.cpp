@@ -71,7 +71,7 @@ ULONG TDSBasePin::NonDelegatingRelease() {
 }
 
 STDMETHODIMP TDSBasePin::Connect(IPin* receiver, const AM_MEDIA_TYPE* type) {
-    if (!receiver) return E_POINTER;
+    // A null receiver is caught by AgreeMediaType's assertion.
     DSLockGuard guard(FLock.Get());
     DisplayPinInfo(receiver);
     if (FConnected) return VFW_E_ALREADY_CONNECTED;

@@ -26,9 +26,14 @@ enum class Stamping { ByChunk, BySize, None };
 
 // The one delivery loop of the three stream pins. Requests a sample, copies what fits, stamps
 // and delivers it, until the data is used up. maxRequests 0 retries without limit.
-bool SendChunks(TDSBaseOutputPin* pin, const void* buffer, int size, REFERENCE_TIME start,
+bool SendChunks(TDSSourceStreamPin* pin, const void* buffer, int size, REFERENCE_TIME start,
                 REFERENCE_TIME stop, bool syncPoint, Stamping stamping, int maxRequests) {
     if (!pin->IsConnected()) return false;
+    if (!pin->EnterSend()) return false;
+    struct Leave {
+        TDSSourceStreamPin* pin;
+        ~Leave() { pin->LeaveSend(); }
+    } leave{pin};
     int64_t done = 0;
     int requests = 0;
     int remaining = size;
@@ -41,6 +46,7 @@ bool SendChunks(TDSBaseOutputPin* pin, const void* buffer, int size, REFERENCE_T
             // Counted over the whole call, successes included: one call never makes more
             // requests than the limit.
             if (maxRequests != 0 && requests >= maxRequests) return false;
+            if (pin->Breaking()) return false;  // a disconnect waits for this send
             const HRESULT hr =
                 pin->GetDeliveryBuffer(sample.ReleaseAndGetAddressOf(), nullptr, nullptr, 0);
             ++requests;
@@ -140,6 +146,24 @@ HRESULT TDSSourceStreamPin::DecideBufferSize(IMemAllocator* allocator,
                                              ALLOCATOR_PROPERTIES* properties) {
     FilterLockGuard guard(FFilter);
     return IntDecideBufferSize(allocator, properties);
+}
+
+bool TDSSourceStreamPin::EnterSend() {
+    FSenders.fetch_add(1);
+    if (!FBreaking.load()) return true;
+    FSenders.fetch_sub(1);
+    return false;
+}
+
+HRESULT TDSSourceStreamPin::BreakConnect() {
+    FBreaking.store(true);
+    // A send blocked for a sample is woken by the decommit, and one retrying sees the flag.
+    if (IMemAllocator* allocator = Allocator()) allocator->Decommit();
+    while (FSenders.load() != 0)
+        Sleep(1);
+    const HRESULT hr = TDSBaseOutputPin::BreakConnect();
+    FBreaking.store(false);
+    return hr;
 }
 
 HRESULT TDSSourceStreamPin::SetOneBuffer(IMemAllocator* allocator, ALLOCATOR_PROPERTIES* properties,

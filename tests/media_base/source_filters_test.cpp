@@ -263,6 +263,30 @@ TEST_F(TextSource, StampsTwoEqualSamplesAtTheMiddleAndThreeAheadOfEven) {
     EXPECT_EQ(Joined(got), data);
 }
 
+TEST_F(TextSource, ADisconnectEndsASendThatKeepsTryingWhileStopped) {
+    Make("Text", kTestClsid);
+    source->Pin()->SetBufferSize(64);
+    ComPtr<CountingAllocator> counting = MwNew<CountingAllocator>();
+    in->OwnAllocator = counting;
+    ASSERT_EQ(Connect(), S_OK);
+    const auto data = Pattern(100);
+    std::atomic<bool> done{false}, result{true};
+    std::thread sender([&] {
+        result = source->SendData(data.data(), 100, 10, 20, true);
+        done = true;
+    });
+    EXPECT_TRUE(WaitUntil([&] { return counting->Requests > 10; }));
+    // The disconnect takes the allocator and the peer away: it waits for the send to give up.
+    DisconnectBoth(source->Pin()->AsPin(), in->AsPin());
+    EXPECT_TRUE(WaitUntil([&] { return done.load(); }));
+    sender.join();
+    EXPECT_FALSE(result);
+    EXPECT_FALSE(source->Pin()->IsConnected());
+    EXPECT_TRUE(in->TakeSamples().empty());
+    // A send after the disconnect finds the pin unconnected.
+    EXPECT_FALSE(source->SendData(data.data(), 100, 10, 20, true));
+}
+
 TEST_F(TextSource, AcceptsOnlyTextAndOffersTextWithoutSubtype) {
     Make("Text", kTestClsid);
     AM_MEDIA_TYPE mt{};
