@@ -263,30 +263,6 @@ TEST_F(TextSource, StampsTwoEqualSamplesAtTheMiddleAndThreeAheadOfEven) {
     EXPECT_EQ(Joined(got), data);
 }
 
-TEST_F(TextSource, ADisconnectEndsASendThatKeepsTryingWhileStopped) {
-    Make("Text", kTestClsid);
-    source->Pin()->SetBufferSize(64);
-    ComPtr<CountingAllocator> counting = MwNew<CountingAllocator>();
-    in->OwnAllocator = counting;
-    ASSERT_EQ(Connect(), S_OK);
-    const auto data = Pattern(100);
-    std::atomic<bool> done{false}, result{true};
-    std::thread sender([&] {
-        result = source->SendData(data.data(), 100, 10, 20, true);
-        done = true;
-    });
-    EXPECT_TRUE(WaitUntil([&] { return counting->Requests > 10; }));
-    // The disconnect takes the allocator and the peer away: it waits for the send to give up.
-    DisconnectBoth(source->Pin()->AsPin(), in->AsPin());
-    EXPECT_TRUE(WaitUntil([&] { return done.load(); }));
-    sender.join();
-    EXPECT_FALSE(result);
-    EXPECT_FALSE(source->Pin()->IsConnected());
-    EXPECT_TRUE(in->TakeSamples().empty());
-    // A send after the disconnect finds the pin unconnected.
-    EXPECT_FALSE(source->SendData(data.data(), 100, 10, 20, true));
-}
-
 TEST_F(TextSource, AcceptsOnlyTextAndOffersTextWithoutSubtype) {
     Make("Text", kTestClsid);
     AM_MEDIA_TYPE mt{};
@@ -302,18 +278,34 @@ TEST_F(TextSource, AcceptsOnlyTextAndOffersTextWithoutSubtype) {
     EXPECT_EQ(sourceRef->FindPin(u"AudioOutput", pin.ReleaseAndGetAddressOf()), VFW_E_NOT_FOUND);
 }
 
-TEST_F(TextSource, KeepsTryingWhileStoppedUntilTheGraphRuns) {
-    Make("Text", kTestClsid);
-    source->Pin()->SetBufferSize(64);
-    ComPtr<CountingAllocator> counting = MwNew<CountingAllocator>();
-    in->OwnAllocator = counting;
-    ASSERT_EQ(Connect(), S_OK);
-    const auto data = Pattern(100);
+// A text source of 64-byte samples, connected but stopped, with a send of 100 bytes on another
+// thread that keeps asking for samples.
+class StoppedTextSend : public TextSource {
+protected:
+    void StartSend() {
+        Make("Text", kTestClsid);
+        source->Pin()->SetBufferSize(64);
+        counting = MwNew<CountingAllocator>();
+        in->OwnAllocator = counting;
+        ASSERT_EQ(Connect(), S_OK);
+        sender = std::thread([this] {
+            result = source->SendData(data.data(), 100, 10, 20, true);
+            done = true;
+        });
+    }
+    void TearDown() override {
+        if (sender.joinable()) sender.join();
+        TextSource::TearDown();
+    }
+
+    ComPtr<CountingAllocator> counting;
+    const std::vector<BYTE> data = Pattern(100);
     std::atomic<bool> done{false}, result{false};
-    std::thread sender([&] {
-        result = source->SendData(data.data(), 100, 10, 20, true);
-        done = true;
-    });
+    std::thread sender;
+};
+
+TEST_F(StoppedTextSend, KeepsTryingUntilTheGraphRuns) {
+    StartSend();
     EXPECT_TRUE(
         WaitUntil([&] { return counting->Requests > 1100; }));  // past the audio pin's limit
     EXPECT_FALSE(done);
@@ -322,6 +314,21 @@ TEST_F(TextSource, KeepsTryingWhileStoppedUntilTheGraphRuns) {
     sender.join();
     EXPECT_TRUE(result);
     EXPECT_EQ(Joined(in->TakeSamples()), data);
+}
+
+TEST_F(StoppedTextSend, ADisconnectMakesItGiveUp) {
+    result = true;
+    StartSend();
+    EXPECT_TRUE(WaitUntil([&] { return counting->Requests > 10; }));
+    // The disconnect takes the allocator and the peer away: it waits for the send to give up.
+    DisconnectBoth(source->Pin()->AsPin(), in->AsPin());
+    EXPECT_TRUE(WaitUntil([&] { return done.load(); }));
+    sender.join();
+    EXPECT_FALSE(result);
+    EXPECT_FALSE(source->Pin()->IsConnected());
+    EXPECT_TRUE(in->TakeSamples().empty());
+    // A send after the disconnect finds the pin unconnected.
+    EXPECT_FALSE(source->SendData(data.data(), 100, 10, 20, true));
 }
 
 TEST_F(BinarySource, ConnectBeforeTheTypeIsSetIsAHarmlessNoOp) {
