@@ -145,6 +145,9 @@ public:
         ++EndOfStreams;
         return TDSBaseInputPin::EndOfStream();
     }
+    STDMETHODIMP ReceiveCanBlock() override {
+        return CanBlock ? CanBlock() : TDSBaseInputPin::ReceiveCanBlock();
+    }
     STDMETHODIMP BeginFlush() override {
         ++BeginFlushes;
         return TDSBaseInputPin::BeginFlush();
@@ -170,6 +173,7 @@ public:
 
     std::vector<OwnedType> Offered;
     std::function<HRESULT(const AM_MEDIA_TYPE&)> Accept;
+    std::function<HRESULT()> CanBlock;  // the answer of ReceiveCanBlock, when set
     bool FailGetAllocator = false;
     bool RefuseOwnAllocator = false;
     std::atomic<bool> HoldSamples{false};
@@ -251,7 +255,7 @@ public:
     }
     HRESULT Run(REFERENCE_TIME start) override {
         ++RunCalls;
-        return TDSBaseOutputPin::Run(start);
+        return RunResult != S_OK ? RunResult : TDSBaseOutputPin::Run(start);
     }
     void ForceConnected(IPin* peer) { FConnected = peer; }
 
@@ -259,7 +263,7 @@ public:
     std::function<HRESULT(const AM_MEDIA_TYPE&)> Accept;
     std::function<HRESULT(int call)> SetMediaTypeResult;
     int SetMediaTypeCalls = 0, InitCalls = 0, ActiveCalls = 0, InactiveCalls = 0, RunCalls = 0;
-    HRESULT ActiveResult = S_OK, InactiveResult = S_OK;
+    HRESULT ActiveResult = S_OK, InactiveResult = S_OK, RunResult = S_OK;
     ALLOCATOR_PROPERTIES SeenProperties{};
 
 private:
@@ -283,9 +287,11 @@ public:
     }
     int GetPinCount() override { return static_cast<int>(FPins.size()); }
     TDSBasePin* GetPin(int index) override {
+        if (index == Hole) return nullptr;
         return index >= 0 && index < GetPinCount() ? FPins[static_cast<size_t>(index)] : nullptr;
     }
     TTestOutputPin* Out(int index) const { return FPins[static_cast<size_t>(index)]; }
+    int Hole = -1;  // an index whose pin GetPin does not find, as if it had just gone
 
 private:
     std::vector<TTestOutputPin*> FPins;

@@ -14,7 +14,7 @@ public:
     STDMETHODIMP QueryInterface(REFIID iid, void** p) override {
         if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IFilterGraph))
             *p = static_cast<IFilterGraph*>(this);
-        else if (IsEqualIID(iid, IID_IMediaEventSink))
+        else if (IsEqualIID(iid, IID_IMediaEventSink) && answersEventSink)
             *p = static_cast<IMediaEventSink*>(this);
         else
             return *p = nullptr, E_NOINTERFACE;
@@ -42,6 +42,7 @@ public:
     int events = 0;
     int reconnects = 0;
     ULONG refs = 1;
+    bool answersEventSink = true;
 };
 
 class FixedClock : public TInterfacedObject<IReferenceClock> {
@@ -212,6 +213,54 @@ TEST_F(FilterCore, AFilterInAGraphDeliversNoEvents) {
     EXPECT_EQ(object->ReconnectPin(nullptr, nullptr), E_NOINTERFACE);
 }
 
+TEST_F(FilterCore, AGraphWithoutAnEventSinkIsJoinedAlike) {
+    FakeGraph fake;
+    fake.answersEventSink = false;
+    ASSERT_EQ(filter->JoinFilterGraph(&fake, u"F"), S_OK);
+    EXPECT_EQ(object->NotifyEvent(EC_COMPLETE, S_OK, 0), S_OK);
+    EXPECT_EQ(fake.events, 0);
+    EXPECT_EQ(fake.RefCount(), 1u);
+    ASSERT_EQ(filter->JoinFilterGraph(nullptr, nullptr), S_OK);
+}
+
+TEST_F(FilterCore, RunStopsAtTheFirstPinThatFailsToRunAndStaysPaused) {
+    TTestOutputPin* a = ConnectedPin(u"A");
+    TTestOutputPin* b = ConnectedPin(u"B");
+    TTestOutputPin* c = ConnectedPin(u"C");
+    a->ActiveResult = b->ActiveResult = c->ActiveResult = 2;
+    b->RunResult = E_ACCESSDENIED;
+    EXPECT_EQ(filter->Run(1000), E_ACCESSDENIED);
+    EXPECT_EQ(a->RunCalls, 1);
+    EXPECT_EQ(b->RunCalls, 1);
+    EXPECT_EQ(c->RunCalls, 0);
+    FILTER_STATE state;
+    EXPECT_EQ(filter->GetState(0, &state), S_OK);
+    EXPECT_EQ(state, State_Paused);
+    // A later run walks the pins again.
+    b->RunResult = S_OK;
+    EXPECT_EQ(filter->Run(2000), S_OK);
+    EXPECT_EQ(c->RunCalls, 1);
+}
+
+TEST_F(FilterCore, APinMissingFromTheWalkPutsTheEnumeratorOutOfSync) {
+    object->AddOutput(u"A");
+    object->AddOutput(u"B");
+    ComPtr<IEnumPins> pins;
+    ASSERT_EQ(filter->EnumPins(pins.ReleaseAndGetAddressOf()), S_OK);
+    object->Hole = 0;
+    IPin* got[2] = {};
+    ULONG fetched = 7;
+    EXPECT_EQ(pins->Next(1, got, &fetched), VFW_E_ENUM_OUT_OF_SYNC);
+    EXPECT_EQ(fetched, 0u);
+    EXPECT_EQ(got[0], nullptr);
+    // Once some pins were handed out, a hole is also an assertion failure.
+    object->Hole = 1;
+    ASSERT_EQ(pins->Reset(), S_OK);
+    EXPECT_THROW(pins->Next(2, got, &fetched), EAssertionFailed);
+    if (got[0]) got[0]->Release();
+    object->Hole = -1;
+}
+
 TEST_F(FilterCore, PlainAnswers) {
     CLSID id{};
     EXPECT_EQ(filter->GetClassID(&id), S_OK);
@@ -330,4 +379,56 @@ TEST_F(FilterCore, StaleMediaTypeEnumeratorReportsOutOfSync) {
     ASSERT_EQ(types->Clone(clone.ReleaseAndGetAddressOf()), S_OK);
     ASSERT_EQ(clone->Next(1, records, nullptr), S_OK);
     QPDSDeleteMediaType(records[0]);
+}
+
+namespace {
+
+// A filter of one input pin (index 0) and output pins, as a transform filter has.
+class TThroughFilter : public TTestOutputFilter {
+public:
+    explicit TThroughFilter(bool* destroyed) : TTestOutputFilter(destroyed) {
+        FIn = new TTestInputPin(this, FLock.Get());
+    }
+    ~TThroughFilter() override { delete FIn; }
+    int GetPinCount() override { return TTestOutputFilter::GetPinCount() + 1; }
+    TDSBasePin* GetPin(int index) override {
+        return index == 0 ? FIn : TTestOutputFilter::GetPin(index - 1);
+    }
+    TTestInputPin* In() const { return FIn; }
+
+private:
+    TTestInputPin* FIn;
+};
+
+}  // namespace
+
+TEST_F(MediaBaseTest, ReceiveCanBlockAsksTheConnectedOutputsPeers) {
+    bool destroyed = false;
+    auto* through = new TThroughFilter(&destroyed);
+    ComPtr<IBaseFilter> throughRef = through->AsBaseFilter();
+    auto* never = new TTestSinkFilter();
+    auto* sometimes = new TTestSinkFilter();
+    auto* upstream = new TTestOutputFilter();
+    ComPtr<IBaseFilter> refs[] = {never->AsBaseFilter(), sometimes->AsBaseFilter(),
+                                  upstream->AsBaseFilter()};
+    never->In()->CanBlock = [] { return S_FALSE; };
+    sometimes->In()->CanBlock = [] { return S_FALSE; };
+    TTestOutputPin* noMemInput = upstream->AddOutput(u"Out");
+
+    through->AddOutput(u"Loose");  // unconnected outputs are passed over
+    EXPECT_EQ(through->In()->ReceiveCanBlock(), S_OK) << "no connected output";
+    through->AddOutput(u"ToNever")->ForceConnected(never->In()->AsPin());
+    through->AddOutput(u"ToSometimes")->ForceConnected(sometimes->In()->AsPin());
+    EXPECT_EQ(through->In()->ReceiveCanBlock(), S_FALSE) << "every peer says it never blocks";
+    sometimes->In()->CanBlock = [] { return E_FAIL; };  // anything but S_FALSE may block
+    EXPECT_EQ(through->In()->ReceiveCanBlock(), S_OK);
+    sometimes->In()->CanBlock = [] { return S_FALSE; };
+    // A peer without IMemInputPin may block.
+    through->AddOutput(u"ToPin")->ForceConnected(noMemInput->AsPin());
+    EXPECT_EQ(through->In()->ReceiveCanBlock(), S_OK);
+
+    for (int i = 0; i < 4; ++i)
+        through->Out(i)->ForceConnected(nullptr);
+    throughRef = nullptr;
+    EXPECT_TRUE(destroyed);
 }
