@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <initializer_list>
 #include <memory>
 #include <mutex>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "comptr.h"
+#include "objidl.h"
 #include "unknwn.h"
 
 namespace mw::com {
@@ -107,5 +109,30 @@ private:
     Items items_;
     size_t pos_;
 };
+
+// The seek of the platform's in-memory streams: moves pos from the start, the current position
+// or the end (size) and reports the new position. A position before the start is refused.
+inline HRESULT SeekStream(uint64_t& pos, uint64_t size, LARGE_INTEGER move, DWORD origin,
+                          ULARGE_INTEGER* newPosition) {
+    int64_t base;
+    switch (origin) {
+        case STREAM_SEEK_SET:
+            base = 0;
+            break;
+        case STREAM_SEEK_CUR:
+            base = static_cast<int64_t>(pos);
+            break;
+        case STREAM_SEEK_END:
+            base = static_cast<int64_t>(size);
+            break;
+        default:
+            return STG_E_INVALIDFUNCTION;
+    }
+    const int64_t target = base + move.QuadPart;
+    if (target < 0) return STG_E_INVALIDFUNCTION;
+    pos = static_cast<uint64_t>(target);
+    if (newPosition) newPosition->QuadPart = pos;
+    return S_OK;
+}
 
 }  // namespace mw::com

@@ -445,25 +445,7 @@ public:
                       ULARGE_INTEGER* plibNewPosition) override {
         std::lock_guard lock(doc_->mutex);
         if (generation_ != doc_->generation) return STG_E_REVERTED;
-        int64_t base;
-        switch (dwOrigin) {
-            case STREAM_SEEK_SET:
-                base = 0;
-                break;
-            case STREAM_SEEK_CUR:
-                base = static_cast<int64_t>(pos_);
-                break;
-            case STREAM_SEEK_END:
-                base = static_cast<int64_t>(node_->data.size());
-                break;
-            default:
-                return STG_E_INVALIDFUNCTION;
-        }
-        const int64_t target = base + dlibMove.QuadPart;
-        if (target < 0) return STG_E_INVALIDFUNCTION;
-        pos_ = static_cast<uint64_t>(target);
-        if (plibNewPosition) plibNewPosition->QuadPart = pos_;
-        return S_OK;
+        return mw::com::SeekStream(pos_, node_->data.size(), dlibMove, dwOrigin, plibNewPosition);
     }
     STDMETHODIMP SetSize(ULARGE_INTEGER libNewSize) override {
         std::lock_guard lock(doc_->mutex);
