@@ -17,6 +17,10 @@ function(mw_test name)
     endif()
     add_executable(${name} ${srcs})
     target_link_libraries(${name} PRIVATE ${A_DEPS} mw_testsupport GTest::gtest GTest::gmock)
+    # The test framework's headers dominate a test unit's compile time: compile them once.
+    target_precompile_headers(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/TestPch.h)
+    # Test code needs no full optimisation; -O1 compiles it in about two thirds of the time.
+    target_compile_options(${name} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O1>)
     # A GLib critical (a misused libgsf or GLib call) fails the test instead of scrolling by.
     gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120
                          PROPERTIES TIMEOUT 300 ENVIRONMENT "G_DEBUG=fatal-criticals")
