@@ -21,3 +21,8 @@ cmake --build --preset "$preset" -j "$(nproc)"
 stage build
 ctest --preset "$preset"
 stage test
+if [ "$preset" = default ]; then
+    # An application's view: install, then build the examples out of the tree against it.
+    bash scripts/install-test.sh "build/$preset"
+    stage install-test
+fi
