@@ -30,7 +30,8 @@ function(mw_library name)
     add_library(mediawire::${export_name} ALIAS ${name})
     set_target_properties(${name} PROPERTIES EXPORT_NAME ${export_name}
                                              VERSION ${PROJECT_VERSION}
-                                             SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+                                             SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
+                                             INSTALL_RPATH "\$ORIGIN")
     if(BUILD_SHARED_LIBS)
         target_link_options(${name} PRIVATE "LINKER:--version-script=${MW_EXPORTS_MAP}")
         set_property(TARGET ${name} APPEND PROPERTY LINK_DEPENDS ${MW_EXPORTS_MAP})

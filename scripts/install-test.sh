@@ -15,7 +15,9 @@ cmake --build "$tmp/cmake" >/dev/null
 "$tmp/cmake/play_tone" "Virtual Output"
 
 export PKG_CONFIG_PATH="$tmp/prefix/lib/pkgconfig"
-c++ -std=c++20 apps/examples/play_tone.cpp -o "$tmp/play_tone_pc" $(pkg-config --cflags --libs mediawire)
+# (-rpath: a shared build in a prefix the loader does not search)
+c++ -std=c++20 apps/examples/play_tone.cpp -o "$tmp/play_tone_pc" $(pkg-config --cflags --libs mediawire) \
+    -Wl,-rpath,"$tmp/prefix/lib"
 "$tmp/play_tone_pc" "Virtual Output"
 "$tmp/prefix/bin/mediawire" --version
 echo "install-test: find_package and pkg-config builds of the examples ran"
