@@ -58,6 +58,12 @@ public:
     // Drops what has not played: Written() == Played() afterwards.
     virtual void Drop() = 0;
     virtual uint64_t Underruns() const { return 0; }
+    // The first failure of the device (MMSYSERR_NOERROR while there is none). A device that
+    // failed takes no more headers.
+    virtual MMRESULT Error() const { return MMSYSERR_NOERROR; }
+    // The last call: completes the output (a file's header, say); the error that left it
+    // incomplete, if any.
+    virtual MMRESULT Close() { return Error(); }
 };
 
 class OutputDevice {

@@ -14,6 +14,8 @@
 #include <map>
 #include <mutex>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "mwstring.h"
 #include "mwwave.h"
@@ -86,9 +88,10 @@ public:
         if (!(flags & WHDR_PREPARED)) return WAVERR_UNPREPARED;
         if (flags & WHDR_INQUEUE) return WAVERR_STILLPLAYING;
         if (!hdr->lpData && hdr->dwBufferLength != 0) return MMSYSERR_INVALPARAM;
+        // A device that failed takes nothing more: its output is lost from there on.
+        if (MMRESULT error = sink_->Error(); error != MMSYSERR_NOERROR) return error;
         if (queue_.empty()) base_ = sink_->Written();
-        queue_.push_back({hdr, reinterpret_cast<const uint8_t*>(hdr->lpData),
-                          hdr->dwBufferLength / format_.blockAlign});
+        queue_.push_back(Split(hdr));
         SetFlags(hdr, (flags & ~WHDR_DONE) | WHDR_INQUEUE);
         play_cv_.notify_one();
         return MMSYSERR_NOERROR;
@@ -120,6 +123,7 @@ public:
         std::unique_lock lock(mutex_);
         if (closing_) return MMSYSERR_INVALHANDLE;
         sink_->Drop();
+        carry_.clear();
         for (const Entry& entry : queue_)
             Retire(entry.hdr);
         queue_.clear();
@@ -157,11 +161,14 @@ public:
         stats->buffersPlayed = buffersPlayed_;
         stats->framesPlayed = sink_->Played();
         stats->underruns = sink_->Underruns();
+        stats->error = sink_->Error();
         return MMSYSERR_NOERROR;
     }
 
     // Refused while headers are queued. Otherwise stops playing, closes the device and delivers
-    // WOM_CLOSE; from the callback itself, WOM_CLOSE follows when the callback returns.
+    // WOM_CLOSE; from the callback itself, WOM_CLOSE follows when the callback returns. The
+    // handle is closed whatever the result; a device that failed (a file that could not be
+    // written whole) answers its error.
     MMRESULT Close() {
         std::unique_lock lock(mutex_);
         if (closing_) return MMSYSERR_INVALHANDLE;
@@ -171,6 +178,14 @@ public:
         lock.unlock();
         playThread_.join();
         lock.lock();
+        if (!carry_.empty()) {
+            // The last frame was written in part: it is completed with silence, not lost.
+            carry_.resize(format_.blockAlign, 0);
+            if (sink_->Avail() > 0) sink_->Write(carry_.data(), 1);
+            sink_->EndOfData();
+            carry_.clear();
+        }
+        const MMRESULT result = sink_->Close();
         sink_.reset();
         Post(WOM_CLOSE, 0);
         msgStop_ = true;
@@ -181,15 +196,39 @@ public:
         } else {
             msgThread_.join();
         }
-        return MMSYSERR_NOERROR;
+        return result;
     }
 
 private:
+    // A queued header: frames counts the lead frame (when there is one) and the whole frames
+    // of data.
     struct Entry {
         WAVEHDR* hdr;
+        std::vector<uint8_t> lead;  // a frame begun by the previous header, ended by this one
         const uint8_t* data;
         uint64_t frames;
     };
+
+    // A header's bytes as frames. The device plays a byte stream: a frame split between two
+    // headers plays whole with the second, and the bytes of a frame not yet complete wait in
+    // carry_.
+    Entry Split(WAVEHDR* hdr) {
+        const size_t block = format_.blockAlign;
+        const uint8_t* p = reinterpret_cast<const uint8_t*>(hdr->lpData);
+        size_t length = hdr->dwBufferLength;
+        Entry entry{hdr, {}, p, 0};
+        if (!carry_.empty()) {
+            const size_t take = std::min(block - carry_.size(), length);
+            carry_.insert(carry_.end(), p, p + take);
+            p += take;
+            length -= take;
+            if (carry_.size() == block) entry.lead = std::exchange(carry_, {});
+        }
+        entry.data = p;
+        entry.frames = length / block + (entry.lead.empty() ? 0 : 1);
+        if (const size_t rest = length % block) carry_.assign(p + length - rest, p + length);
+        return entry;
+    }
     struct Message {
         UINT msg;
         DWORD_PTR param1;
@@ -212,12 +251,18 @@ private:
         uint64_t start = 0;
         for (const Entry& entry : queue_) {
             const uint64_t end = start + entry.frames;
+            const uint64_t leadFrames = entry.lead.empty() ? 0 : 1;
             while (offset < end) {
                 const uint64_t avail = sink_->Avail();
                 if (avail == 0) return;
-                const uint64_t n = std::min(avail, end - offset);
-                const uint64_t done =
-                    sink_->Write(entry.data + (offset - start) * format_.blockAlign, n);
+                uint64_t done;
+                if (offset - start < leadFrames) {
+                    done = sink_->Write(entry.lead.data(), 1);
+                } else {
+                    const uint64_t n = std::min(avail, end - offset);
+                    done = sink_->Write(
+                        entry.data + (offset - start - leadFrames) * format_.blockAlign, n);
+                }
                 if (done == 0) return;
                 offset += done;
             }
@@ -290,7 +335,8 @@ private:
     std::condition_variable msg_cv_;
     std::condition_variable delivered_cv_;
     std::deque<Entry> queue_;
-    uint64_t base_ = 0;  // sink frame number of the first frame of queue_.front()
+    std::vector<uint8_t> carry_;  // the bytes of a frame that the next header completes
+    uint64_t base_ = 0;           // sink frame number of the first frame of queue_.front()
     uint64_t positionBase_ = 0;
     uint64_t buffersPlayed_ = 0;
     bool paused_ = false;
