@@ -1,8 +1,9 @@
-// The waveOut functions. Each open handle is a WaveOutStream with two threads of its own:
-// the playing thread feeds the queued headers to the device's Sink and retires each header when
-// its last frame has played; the message thread calls the client's callback, in order, outside
-// every lock of ours. Handles are numbers in a table, so a stale handle is refused, never
-// dereferenced.
+// The waveOut functions. Each open handle is a WaveOutStream with one thread of its own, the
+// device thread: it retires each header when its last frame has played and calls the client's
+// callback with the messages, in order, outside every lock of ours. Headers are fed to the
+// device's Sink by waveOutWrite itself (and by the device thread where the sink had no room),
+// so a steady stream costs one wake-up of the device thread per header. Handles are numbers in
+// a table, so a stale handle is refused, never dereferenced.
 #include <pthread.h>
 
 #include <algorithm>
@@ -46,18 +47,16 @@ public:
 
     ~WaveOutStream() {
         if (playThread_.joinable()) playThread_.join();
-        if (msgThread_.joinable()) msgThread_.join();
     }
 
-    // Starts both threads; returns when WOM_OPEN has been delivered.
+    // Starts the device thread; returns when WOM_OPEN has been delivered.
     void Start() {
         std::unique_lock lock(mutex_);
         Post(WOM_OPEN, 0);
         const uint64_t seq = posted_;
-        playThread_ = std::thread([this] { PlayLoop(); });
-        // The message thread keeps the stream alive while it runs, so that a close from the
-        // callback itself can let it finish on its own.
-        msgThread_ = std::thread([self = shared_from_this()] { self->MessageLoop(); });
+        // The thread keeps the stream alive while it runs, so that a close from the callback
+        // itself can let it finish on its own.
+        playThread_ = std::thread([self = shared_from_this()] { self->PlayLoop(); });
         delivered_cv_.wait(lock, [&] { return delivered_ >= seq; });
     }
 
@@ -93,7 +92,9 @@ public:
         if (queue_.empty()) base_ = sink_->Written();
         queue_.push_back(Split(hdr));
         SetFlags(hdr, (flags & ~WHDR_DONE) | WHDR_INQUEUE);
-        play_cv_.notify_one();
+        if (!paused_) Feed();
+        // The device thread sleeps until the head is done: only an earlier moment wakes it.
+        if (waiting_ && NextWake() < wakeAt_) play_cv_.notify_one();
         return MMSYSERR_NOERROR;
     }
 
@@ -130,7 +131,7 @@ public:
         positionBase_ = sink_->Played();
         play_cv_.notify_one();
         const uint64_t seq = posted_;
-        if (std::this_thread::get_id() != msgThreadId_) {
+        if (std::this_thread::get_id() != threadId_) {
             delivered_cv_.wait(lock, [&] { return delivered_ >= seq; });
         }
         return MMSYSERR_NOERROR;
@@ -175,28 +176,15 @@ public:
         if (!queue_.empty()) return WAVERR_STILLPLAYING;
         closing_ = true;
         play_cv_.notify_one();
+        if (std::this_thread::get_id() == threadId_) {
+            // From the callback: the device thread closes the device and delivers WOM_CLOSE
+            // when the callback returns.
+            playThread_.detach();
+            return sink_->Error();
+        }
         lock.unlock();
         playThread_.join();
-        lock.lock();
-        if (!carry_.empty()) {
-            // The last frame was written in part: it is completed with silence, not lost.
-            carry_.resize(format_.blockAlign, 0);
-            if (sink_->Avail() > 0) sink_->Write(carry_.data(), 1);
-            sink_->EndOfData();
-            carry_.clear();
-        }
-        const MMRESULT result = sink_->Close();
-        sink_.reset();
-        Post(WOM_CLOSE, 0);
-        msgStop_ = true;
-        const bool fromCallback = std::this_thread::get_id() == msgThreadId_;
-        lock.unlock();
-        if (fromCallback) {
-            msgThread_.detach();
-        } else {
-            msgThread_.join();
-        }
-        return result;
+        return closeResult_;
     }
 
 private:
@@ -237,7 +225,43 @@ private:
     void Post(UINT msg, DWORD_PTR param1) {
         messages_.push_back({msg, param1});
         ++posted_;
-        msg_cv_.notify_one();
+        if (std::this_thread::get_id() != threadId_) play_cv_.notify_one();
+    }
+
+    // When the device thread has to look again: the head's last frame played, or the sink
+    // has room. Needs a queue.
+    Clock::time_point NextWake() {
+        if (paused_) return Clock::time_point::max();
+        return sink_->WakeFor(base_ + queue_.front().frames);
+    }
+
+    // Calls the callback with every queued message, in order, unlocked.
+    void Deliver(std::unique_lock<std::mutex>& lock) {
+        while (!messages_.empty()) {
+            const Message m = messages_.front();
+            messages_.pop_front();
+            lock.unlock();
+            if (callback_) callback_(handle_, m.msg, instance_, m.param1, 0);
+            lock.lock();
+            ++delivered_;
+            delivered_cv_.notify_all();
+        }
+    }
+
+    // The end of the device thread: the last frame written in part, the device's close and
+    // WOM_CLOSE.
+    void Finish(std::unique_lock<std::mutex>& lock) {
+        if (!carry_.empty()) {
+            // The last frame was written in part: it is completed with silence, not lost.
+            carry_.resize(format_.blockAlign, 0);
+            if (sink_->Avail() > 0) sink_->Write(carry_.data(), 1);
+            sink_->EndOfData();
+            carry_.clear();
+        }
+        closeResult_ = sink_->Close();
+        sink_.reset();
+        Post(WOM_CLOSE, 0);
+        Deliver(lock);
     }
 
     void Retire(WAVEHDR* hdr) {
@@ -288,39 +312,25 @@ private:
     void PlayLoop() {
         pthread_setname_np(pthread_self(), "mw-waveout");
         std::unique_lock lock(mutex_);
-        while (!closing_) {
+        threadId_ = std::this_thread::get_id();
+        for (;;) {
+            Deliver(lock);
+            if (closing_) break;
             if (!queue_.empty()) {
                 if (!paused_) Feed();
                 Complete();  // also while paused: what played before the pause is done
             }
-            if (queue_.empty() || paused_) {
-                play_cv_.wait(lock);
-                continue;
-            }
-            const Clock::time_point wake = sink_->WakeFor(base_ + queue_.front().frames);
-            if (wake == Clock::time_point::max()) {
+            if (!messages_.empty()) continue;
+            wakeAt_ = queue_.empty() ? Clock::time_point::max() : NextWake();
+            waiting_ = true;
+            if (wakeAt_ == Clock::time_point::max()) {
                 play_cv_.wait(lock);
             } else {
-                play_cv_.wait_until(lock, wake);
+                play_cv_.wait_until(lock, wakeAt_);
             }
+            waiting_ = false;
         }
-    }
-
-    void MessageLoop() {
-        pthread_setname_np(pthread_self(), "mw-waveout-cb");
-        std::unique_lock lock(mutex_);
-        msgThreadId_ = std::this_thread::get_id();
-        for (;;) {
-            msg_cv_.wait(lock, [&] { return !messages_.empty() || msgStop_; });
-            if (messages_.empty()) break;
-            const Message m = messages_.front();
-            messages_.pop_front();
-            lock.unlock();
-            if (callback_) callback_(handle_, m.msg, instance_, m.param1, 0);
-            lock.lock();
-            ++delivered_;
-            delivered_cv_.notify_all();
-        }
+        Finish(lock);
     }
 
     const HWAVEOUT handle_;
@@ -331,8 +341,7 @@ private:
     const DWORD_PTR instance_;
 
     std::mutex mutex_;
-    std::condition_variable play_cv_;
-    std::condition_variable msg_cv_;
+    std::condition_variable play_cv_;  // wakes the device thread: a message, a change, a close
     std::condition_variable delivered_cv_;
     std::deque<Entry> queue_;
     std::vector<uint8_t> carry_;  // the bytes of a frame that the next header completes
@@ -341,13 +350,14 @@ private:
     uint64_t buffersPlayed_ = 0;
     bool paused_ = false;
     bool closing_ = false;
+    bool waiting_ = false;  // the device thread sleeps until wakeAt_
+    Clock::time_point wakeAt_{};
     std::deque<Message> messages_;
     uint64_t posted_ = 0;
     uint64_t delivered_ = 0;
-    bool msgStop_ = false;
+    MMRESULT closeResult_ = MMSYSERR_NOERROR;
     std::thread playThread_;
-    std::thread msgThread_;
-    std::thread::id msgThreadId_;
+    std::thread::id threadId_;
 };
 
 // The open handles. Numbers are never reused within a process.
