@@ -19,7 +19,7 @@ namespace mw::wave {
 
 // Receives every frame that "Virtual Output" plays, in play order, when it has played: the
 // format record of the open handle (the whole extensible record when the stream has one),
-// and whole frames. Runs on the thread that advances the device (its playing thread, or a
+// and whole frames. Runs on the thread that advances the device (its device thread, or a
 // thread in a waveOut call on that handle), with the handle's lock held: it must not call
 // waveOut functions. An empty function removes the tap. Frames dropped by
 // waveOutReset before they played never reach it.
