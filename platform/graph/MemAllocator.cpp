@@ -334,13 +334,13 @@ public:
 
     STDMETHODIMP ReleaseBuffer(IMediaSample* buffer) override {
         if (!buffer) return E_POINTER;
-        auto* sample = static_cast<MediaSample*>(buffer);
         {
             std::lock_guard<std::mutex> lock(FMutex);
-            bool ours = false;
+            // Compared as interface pointers: a sample of another kind is never cast.
+            MediaSample* sample = nullptr;
             for (const auto& s : FSamples)
-                ours = ours || s.get() == sample;
-            if (!ours || sample->InUse()) return E_INVALIDARG;
+                if (static_cast<IMediaSample*>(s.get()) == buffer) sample = s.get();
+            if (!sample || sample->InUse()) return E_INVALIDARG;
             for (MediaSample* free : FFree)
                 if (free == sample) return E_INVALIDARG;
             sample->ResetState();
