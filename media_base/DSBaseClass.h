@@ -407,6 +407,23 @@ public:
     void LeaveSend();
     bool Breaking() const { return FBreaking.load() || !FConnectionReady.load(); }
 
+    // Holds a send registration for a scope. Scopes nest on one thread at the cost of a
+    // thread-local test: only the outermost registers.
+    class SendScope {
+    public:
+        explicit SendScope(TDSBaseOutputPin* pin);
+        ~SendScope();
+        SendScope(const SendScope&) = delete;
+        SendScope& operator=(const SendScope&) = delete;
+        explicit operator bool() const { return FEntered; }
+
+    private:
+        TDSBaseOutputPin* FPin;
+        TDSBaseOutputPin* FOuter = nullptr;
+        bool FEntered = false;
+        bool FOwner = false;
+    };
+
     virtual HRESULT DecideAllocator(IMemInputPin* pin, IMemAllocator** allocator);
     virtual HRESULT DecideBufferSize(IMemAllocator* allocator, ALLOCATOR_PROPERTIES* properties);
     // Streaming thread. E_NOINTERFACE without a ready connection; else the allocator's GetBuffer,

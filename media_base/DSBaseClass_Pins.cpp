@@ -510,24 +510,27 @@ HRESULT TDSBaseOutputPin::InitAllocator(IMemAllocator** allocator) {
 }
 
 namespace {
-
-// Holds a send registration of an output pin for a scope.
-class SendScope {
-public:
-    explicit SendScope(TDSBaseOutputPin* pin) : FPin(pin), FEntered(pin->EnterSend()) {}
-    ~SendScope() {
-        if (FEntered) FPin->LeaveSend();
-    }
-    SendScope(const SendScope&) = delete;
-    SendScope& operator=(const SendScope&) = delete;
-    explicit operator bool() const { return FEntered; }
-
-private:
-    TDSBaseOutputPin* FPin;
-    bool FEntered;
-};
-
+// The pin this thread holds a send registration of, if any.
+thread_local TDSBaseOutputPin* tSendingPin = nullptr;
 }  // namespace
+
+TDSBaseOutputPin::SendScope::SendScope(TDSBaseOutputPin* pin) : FPin(pin) {
+    if (tSendingPin == pin) {
+        FEntered = true;  // an outer scope of this thread holds the registration
+        return;
+    }
+    FEntered = FOwner = pin->EnterSend();
+    if (FOwner) {
+        FOuter = tSendingPin;
+        tSendingPin = pin;
+    }
+}
+
+TDSBaseOutputPin::SendScope::~SendScope() {
+    if (!FOwner) return;
+    tSendingPin = FOuter;
+    FPin->LeaveSend();
+}
 
 HRESULT TDSBaseOutputPin::GetDeliveryBuffer(IMediaSample** sample, REFERENCE_TIME* start,
                                             REFERENCE_TIME* stop, DWORD flags) {

@@ -30,11 +30,8 @@ bool SendChunks(TDSSourceStreamPin* pin, const void* buffer, int size, REFERENCE
                 REFERENCE_TIME stop, bool syncPoint, Stamping stamping, int maxRequests) {
     // Registers as a sender before it looks at the connection: a disconnect either sees this send
     // and waits for it, or the send sees the connection gone.
-    if (!pin->EnterSend()) return false;
-    struct Leave {
-        TDSSourceStreamPin* pin;
-        ~Leave() { pin->LeaveSend(); }
-    } leave{pin};
+    const TDSBaseOutputPin::SendScope scope(pin);
+    if (!scope) return false;
     int64_t done = 0;
     int requests = 0;
     int remaining = size;

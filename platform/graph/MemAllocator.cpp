@@ -252,9 +252,20 @@ public:
         return E_NOINTERFACE;
     }
     STDMETHODIMP_(ULONG) AddRef() override { return FRefCount.fetch_add(1) + 1; }
+    // The samples out keep the allocator: once no one else holds it, the last sample back
+    // frees it. This costs nothing per sample, where a reference per sample out would cost two
+    // atomic operations on each round trip.
     STDMETHODIMP_(ULONG) Release() override {
         const ULONG n = FRefCount.fetch_sub(1) - 1;
-        if (n == 0) delete this;
+        if (n == 0) {
+            bool idle;
+            {
+                std::lock_guard<std::mutex> lock(FMutex);
+                FUnreferenced = true;
+                idle = Outstanding() == 0;
+            }
+            if (idle) delete this;
+        }
         return n;
     }
 
@@ -321,13 +332,14 @@ public:
                 if (!FCommitted) return VFW_E_NOT_COMMITTED;
                 if (!FFree.empty()) break;
                 if (flags & AM_GBF_NOWAIT) return VFW_E_TIMEOUT;
+                ++FWaiters;
                 FFreed.wait(lock);
+                --FWaiters;
             }
             taken = FFree.back();
             FFree.pop_back();
-            taken->HandOut(flags);
         }
-        AddRef();  // a sample out keeps its allocator
+        taken->HandOut(flags);
         *sample = taken;
         return S_OK;
     }
@@ -343,15 +355,26 @@ public:
             if (!sample || sample->InUse()) return E_INVALIDARG;
             for (MediaSample* free : FFree)
                 if (free == sample) return E_INVALIDARG;
-            sample->ResetState();
+        }
+        Recycle(static_cast<MediaSample*>(buffer));
+        return S_OK;
+    }
+
+    // Takes back a sample of this allocator whose last reference has gone. The allocator may go
+    // with it.
+    void Recycle(MediaSample* sample) {
+        sample->ResetState();  // no one else holds the sample now
+        bool unreferenced;
+        {
+            std::lock_guard<std::mutex> lock(FMutex);
             FFree.push_back(sample);
             if (!FCommitted && Outstanding() == 0)
                 FreeMemory();
-            else
+            else if (FWaiters != 0)
                 FFreed.notify_one();
+            unreferenced = FUnreferenced && Outstanding() == 0;
         }
-        Release();  // the reference GetBuffer took; the allocator may go with it
-        return S_OK;
+        if (unreferenced) delete this;
     }
 
 private:
@@ -389,6 +412,8 @@ private:
     ALLOCATOR_PROPERTIES FProperties{};
     bool FPropertiesChanged = false;
     bool FCommitted = false;
+    bool FUnreferenced = false;  // no reference left: the last sample back frees the allocator
+    int FWaiters = 0;            // GetBuffer calls waiting for a sample
     BYTE* FMemory = nullptr;
     std::vector<std::unique_ptr<MediaSample>> FSamples;
     std::vector<MediaSample*> FFree;
@@ -396,7 +421,7 @@ private:
 
 STDMETHODIMP_(ULONG) MediaSample::Release() {
     const ULONG n = FRefCount.fetch_sub(1) - 1;
-    if (n == 0) FOwner->ReleaseBuffer(this);  // nothing of the sample is touched after this
+    if (n == 0) FOwner->Recycle(this);  // nothing of the sample is touched after this
     return n;
 }
 
