@@ -346,6 +346,7 @@ public:
 
     STDMETHODIMP ReleaseBuffer(IMediaSample* buffer) override {
         if (!buffer) return E_POINTER;
+        bool unreferenced;
         {
             std::lock_guard<std::mutex> lock(FMutex);
             // Compared as interface pointers: a sample of another kind is never cast.
@@ -355,8 +356,10 @@ public:
             if (!sample || sample->InUse()) return E_INVALIDARG;
             for (MediaSample* free : FFree)
                 if (free == sample) return E_INVALIDARG;
+            sample->ResetState();
+            unreferenced = PutBack(sample);
         }
-        Recycle(static_cast<MediaSample*>(buffer));
+        if (unreferenced) delete this;
         return S_OK;
     }
 
@@ -367,18 +370,24 @@ public:
         bool unreferenced;
         {
             std::lock_guard<std::mutex> lock(FMutex);
-            FFree.push_back(sample);
-            if (!FCommitted && Outstanding() == 0)
-                FreeMemory();
-            else if (FWaiters != 0)
-                FFreed.notify_one();
-            unreferenced = FUnreferenced && Outstanding() == 0;
+            unreferenced = PutBack(sample);
         }
         if (unreferenced) delete this;
     }
 
 private:
     size_t Outstanding() const { return FSamples.size() - FFree.size(); }
+
+    // Under the lock: the sample joins the free list, memory goes once a decommitted allocator
+    // has every sample back. True when the allocator is to be freed now.
+    bool PutBack(MediaSample* sample) {
+        FFree.push_back(sample);
+        if (!FCommitted && Outstanding() == 0)
+            FreeMemory();
+        else if (FWaiters != 0)
+            FFreed.notify_one();
+        return FUnreferenced && Outstanding() == 0;
+    }
 
     bool AllocateMemory() {
         const size_t stride =
