@@ -11,10 +11,18 @@
 // After Stop every connected pin is inactive and its allocator decommitted: a SendData in
 // progress keeps retrying (the audio pin gives up after 1001 requests) until the filter runs
 // again. Nothing here raises on purpose; programming errors raise EAssertionFailed with
-// "Assertion failure" (or the message given).
+// "Assertion failure" (or the message given). The methods that the platform calls (the IPin,
+// IMemInputPin, IBaseFilter and enumerator faces) never let one out: they report it on stderr
+// and answer E_UNEXPECTED, as an exception has no one to catch it on a streaming thread.
+//
+// Lock order: a filter lock, then the lock of a peer filter (connector before receiver), then an
+// allocator's own lock. A pin's connection lock and its send registry are taken last and held
+// over no call out. SendData takes no filter lock; a disconnect waits for the sends in flight
+// with the filter lock released, so that a downstream Receive may call back into the filter.
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <stdexcept>
@@ -39,6 +47,21 @@ namespace mw {
 void DSAssert(bool condition, const char* message = "Assertion failure");
 // For destructors, which cannot raise: writes the message to stderr instead.
 void DSAssertInDestructor(bool condition, const char* message = "Assertion failure");
+// Writes the text of an exception that a platform-facing method caught to stderr.
+void DSReportException(const char* what);
+
+// Runs the body of a platform-facing method: an exception is reported and becomes E_UNEXPECTED.
+template <class F>
+HRESULT DSGuarded(F&& body) noexcept {
+    try {
+        return body();
+    } catch (const std::exception& e) {
+        DSReportException(e.what());
+    } catch (...) {
+        DSReportException("unknown exception");
+    }
+    return E_UNEXPECTED;
+}
 
 // Holds a critical section for the length of a scope.
 class DSLockGuard {
@@ -300,13 +323,19 @@ public:
     virtual HRESULT GetMediaType(int position, AM_MEDIA_TYPE* type);
 
     HRESULT DisconnectInternal();
-    bool IsConnected() const { return FConnected != nullptr; }
+    // Any thread. True from the moment the handshake stores the peer; a pin that streams asks
+    // IsConnectionReady, which holds only once the whole handshake has succeeded.
+    bool IsConnected() const { return FIsConnected.load(); }
+    bool IsConnectionReady() const { return FConnectionReady.load(); }
     bool IsStopped() const { return FFilter->IsStopped(); }
     AM_MEDIA_TYPE GetCurrentMediaType() const { return FConnectionType; }
     const AM_MEDIA_TYPE* GetAMMediaType() const { return &FConnectionType; }
     void IncrementTypeVersion() { FTypeVersion.fetch_add(1); }
     const std::u16string& PinName() const { return FPinName; }
+    // The peer, no reference added: for the pin's own thread while the connection cannot change.
     IPin* GetConnected() const { return FConnected.Get(); }
+    // The peer with a reference, safe on any thread; null when not connected.
+    ComPtr<IPin> ConnectedPin() const;
     TDSBaseFilter* Filter() const { return FFilter; }
     IPin* AsPin() { return this; }
     LONG PinReferenceCount() const { return FPinRefCount.load(); }
@@ -315,14 +344,21 @@ public:
 protected:
     bool GetInterface(REFIID iid, void** object) override;
     HRESULT AttemptConnection(IPin* receiver, const AM_MEDIA_TYPE* type);
+    HRESULT AcceptConnection(IPin* connector, const AM_MEDIA_TYPE* type);
     HRESULT TryMediaTypes(IPin* receiver, const AM_MEDIA_TYPE* partial,
                           IEnumMediaTypes* enumerator);
     // Hooks for tracing a connection; they do nothing here.
     virtual void DisplayPinInfo(IPin* receiver);
     virtual void DisplayTypeInfo(IPin* receiver, const AM_MEDIA_TYPE* type);
+    // Stores the peer (null to clear it) under the connection lock.
+    void SetConnected(IPin* pin);
 
     std::u16string FPinName;
-    ComPtr<IPin> FConnected;
+    ComPtr<IPin> FConnected;  // written under the filter lock and the connection lock
+    mutable std::mutex FConnectionLock;
+    std::atomic<bool> FIsConnected{false};
+    // Set when a handshake has fully succeeded, cleared before the connection is broken.
+    std::atomic<bool> FConnectionReady{false};
     PIN_DIRECTION FDirection;
     ComPtr<ICriticalSection> FLock;
     std::atomic<bool> FRunTimeError{false};
@@ -351,17 +387,47 @@ public:
     STDMETHODIMP BeginFlush() override;
     STDMETHODIMP EndFlush() override;
 
+    // Waits, without the filter lock, for the sends in flight before it breaks the connection.
+    STDMETHODIMP Disconnect() override;
+
     // VFW_E_NO_ALLOCATOR without an allocator; otherwise Commit / Decommit.
     HRESULT Active() override;
     HRESULT Inactive() override;
     HRESULT CheckConnect(IPin* pin) override;
+    // Waits until no send uses the connection any more, then breaks it.
     HRESULT BreakConnect() override;
     HRESULT CompleteConnect(IPin* receiver) override;
 
+    // A thread that delivers outside the filter lock (SendData on its owner's thread) enters
+    // before it touches the allocator and the peer and leaves when done, so that a disconnect
+    // on another thread does not take them away under it. EnterSend registers first and then
+    // tests the connection: false when it is not ready or being broken. Breaking tells a send
+    // in a retry loop to give up. GetDeliveryBuffer and Deliver enter for their own length.
+    bool EnterSend();
+    void LeaveSend();
+    bool Breaking() const { return FBreaking.load() || !FConnectionReady.load(); }
+
+    // Holds a send registration for a scope. Scopes nest on one thread at the cost of a
+    // thread-local test: only the outermost registers.
+    class SendScope {
+    public:
+        explicit SendScope(TDSBaseOutputPin* pin);
+        ~SendScope();
+        SendScope(const SendScope&) = delete;
+        SendScope& operator=(const SendScope&) = delete;
+        explicit operator bool() const { return FEntered; }
+
+    private:
+        TDSBaseOutputPin* FPin;
+        TDSBaseOutputPin* FOuter = nullptr;
+        bool FEntered = false;
+        bool FOwner = false;
+    };
+
     virtual HRESULT DecideAllocator(IMemInputPin* pin, IMemAllocator** allocator);
     virtual HRESULT DecideBufferSize(IMemAllocator* allocator, ALLOCATOR_PROPERTIES* properties);
-    // Streaming thread. E_NOINTERFACE without an allocator; else the allocator's GetBuffer, which
-    // blocks while all buffers are out and fails while decommitted.
+    // Streaming thread. E_NOINTERFACE without a ready connection; else the allocator's GetBuffer,
+    // which blocks while all buffers are out and fails while decommitted.
     virtual HRESULT GetDeliveryBuffer(IMediaSample** sample, REFERENCE_TIME* start,
                                       REFERENCE_TIME* stop, DWORD flags);
     // Streaming thread. VFW_E_NOT_CONNECTED, or the peer's Receive.
@@ -375,8 +441,16 @@ public:
     IMemAllocator* Allocator() const { return FAllocator.Get(); }
 
 protected:
+    void WaitForSenders();
+
     ComPtr<IMemAllocator> FAllocator;
     ComPtr<IMemInputPin> FInputPin;
+
+private:
+    std::atomic<int> FSenders{0};
+    std::atomic<bool> FBreaking{false};
+    std::mutex FSendersLock;
+    std::condition_variable FSendersGone;
 };
 
 // An input pin: offers an allocator, checks that it may stream and reads sample properties.
@@ -414,6 +488,8 @@ public:
 
 protected:
     bool GetInterface(REFIID iid, void** object) override;
+    // The work of Receive: checks the pin may stream and reads the sample's properties.
+    HRESULT ReadSample(IMediaSample* sample);
 
     ComPtr<IMemAllocator> FAllocator;
     bool FReadOnly = false;
@@ -457,16 +533,6 @@ public:
 
     HRESULT GetMediaType(int position, AM_MEDIA_TYPE* type) override;
     HRESULT DecideBufferSize(IMemAllocator* allocator, ALLOCATOR_PROPERTIES* properties) override;
-    // Waits until no SendData uses the connection any more, then breaks it.
-    HRESULT BreakConnect() override;
-
-    // SendData runs on the owner's thread without the filter lock, so a disconnect on another
-    // thread must not take the allocator and the peer away under it. A send enters before it
-    // touches them and leaves when done; EnterSend is false while the connection is being
-    // broken, and Breaking tells a send in its retry loop to give up.
-    bool EnterSend();
-    void LeaveSend() { FSenders.fetch_sub(1); }
-    bool Breaking() const { return FBreaking.load(); }
 
 protected:
     virtual HRESULT IntDecideBufferSize(IMemAllocator* allocator,
@@ -477,10 +543,6 @@ protected:
     HRESULT SetOneBuffer(IMemAllocator* allocator, ALLOCATOR_PROPERTIES* properties, LONG cbBuffer);
 
     TDSBaseSourceFilter* FSourceFilter;  // not counted
-
-private:
-    std::atomic<int> FSenders{0};
-    std::atomic<bool> FBreaking{false};
 };
 
 // Audio in the stored wave format, one buffer of bufferMilliseconds (+2) of the agreed format.

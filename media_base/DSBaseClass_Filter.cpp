@@ -100,54 +100,60 @@ STDMETHODIMP TDSBaseFilter::GetClassID(CLSID* classId) {
 }
 
 STDMETHODIMP TDSBaseFilter::Stop() {
-    DSLockGuard guard(FLock.Get());
-    HRESULT result = S_OK;
-    if (FState.load() != State_Stopped) {
-        const int count = GetPinCount();
-        for (int i = 0; i < count; ++i) {
-            TDSBasePin* pin = GetPin(i);
-            if (!pin || !pin->IsConnected()) continue;
-            const HRESULT hr = pin->Inactive();
-            if (FAILED(hr) && SUCCEEDED(result)) result = hr;
+    return mw::DSGuarded([&]() -> HRESULT {
+        DSLockGuard guard(FLock.Get());
+        HRESULT result = S_OK;
+        if (FState.load() != State_Stopped) {
+            const int count = GetPinCount();
+            for (int i = 0; i < count; ++i) {
+                TDSBasePin* pin = GetPin(i);
+                if (!pin || !pin->IsConnected()) continue;
+                const HRESULT hr = pin->Inactive();
+                if (FAILED(hr) && SUCCEEDED(result)) result = hr;
+            }
         }
-    }
-    FState = State_Stopped;
-    return result;
+        FState = State_Stopped;
+        return result;
+    });
 }
 
 STDMETHODIMP TDSBaseFilter::Pause() {
-    DSLockGuard guard(FLock.Get());
-    if (FState.load() == State_Stopped) {
-        const int count = GetPinCount();
-        for (int i = 0; i < count; ++i) {
-            TDSBasePin* pin = GetPin(i);
-            if (!pin || !pin->IsConnected()) continue;
-            const HRESULT hr = pin->Active();
-            if (FAILED(hr)) return hr;
+    return mw::DSGuarded([&]() -> HRESULT {
+        DSLockGuard guard(FLock.Get());
+        if (FState.load() == State_Stopped) {
+            const int count = GetPinCount();
+            for (int i = 0; i < count; ++i) {
+                TDSBasePin* pin = GetPin(i);
+                if (!pin || !pin->IsConnected()) continue;
+                const HRESULT hr = pin->Active();
+                if (FAILED(hr)) return hr;
+            }
         }
-    }
-    FState = State_Paused;
-    return S_OK;
+        FState = State_Paused;
+        return S_OK;
+    });
 }
 
 STDMETHODIMP TDSBaseFilter::Run(REFERENCE_TIME start) {
-    // No lock here, unlike Stop and Pause: the graph calls Run on its own thread in order.
-    FStart = start;
-    if (FState.load() == State_Stopped) {
-        const HRESULT hr = Pause();
-        if (FAILED(hr)) return hr;
-    }
-    if (FState.load() != State_Running) {
-        const int count = GetPinCount();
-        for (int i = 0; i < count; ++i) {
-            TDSBasePin* pin = GetPin(i);
-            if (!pin || !pin->IsConnected()) continue;
-            const HRESULT hr = pin->Run(start);
+    return mw::DSGuarded([&]() -> HRESULT {
+        // No lock here, unlike Stop and Pause: the graph calls Run on its own thread in order.
+        FStart = start;
+        if (FState.load() == State_Stopped) {
+            const HRESULT hr = Pause();
             if (FAILED(hr)) return hr;
         }
-    }
-    FState = State_Running;
-    return S_OK;
+        if (FState.load() != State_Running) {
+            const int count = GetPinCount();
+            for (int i = 0; i < count; ++i) {
+                TDSBasePin* pin = GetPin(i);
+                if (!pin || !pin->IsConnected()) continue;
+                const HRESULT hr = pin->Run(start);
+                if (FAILED(hr)) return hr;
+            }
+        }
+        FState = State_Running;
+        return S_OK;
+    });
 }
 
 STDMETHODIMP TDSBaseFilter::GetState(DWORD, FILTER_STATE* state) {
@@ -188,29 +194,33 @@ LONG TDSBaseFilter::GetPinVersion() {
 }
 
 STDMETHODIMP TDSBaseFilter::EnumPins(IEnumPins** enumerator) {
-    if (!enumerator) return E_POINTER;
-    ComPtr<IEnumPins> e(new (std::nothrow) TDSEnumPins(this, nullptr));
-    *enumerator = e.Detach();
-    return *enumerator ? S_OK : E_OUTOFMEMORY;
+    return mw::DSGuarded([&]() -> HRESULT {
+        if (!enumerator) return E_POINTER;
+        ComPtr<IEnumPins> e(new (std::nothrow) TDSEnumPins(this, nullptr));
+        *enumerator = e.Detach();
+        return *enumerator ? S_OK : E_OUTOFMEMORY;
+    });
 }
 
 STDMETHODIMP TDSBaseFilter::FindPin(LPCWSTR id, IPin** pin) {
-    if (!pin) return E_POINTER;
-    DSLockGuard guard(FLock.Get());
-    *pin = nullptr;
-    if (!id) return E_POINTER;
-    const std::u16string wanted(id);
-    const int count = GetPinCount();
-    for (int i = 0; i < count; ++i) {
-        TDSBasePin* candidate = GetPin(i);
-        DSAssert(candidate != nullptr);
-        if (candidate->PinName() == wanted) {
-            *pin = candidate->AsPin();
-            (*pin)->AddRef();
-            return S_OK;
+    return mw::DSGuarded([&]() -> HRESULT {
+        if (!pin) return E_POINTER;
+        DSLockGuard guard(FLock.Get());
+        *pin = nullptr;
+        if (!id) return E_POINTER;
+        const std::u16string wanted(id);
+        const int count = GetPinCount();
+        for (int i = 0; i < count; ++i) {
+            TDSBasePin* candidate = GetPin(i);
+            DSAssert(candidate != nullptr);
+            if (candidate->PinName() == wanted) {
+                *pin = candidate->AsPin();
+                (*pin)->AddRef();
+                return S_OK;
+            }
         }
-    }
-    return VFW_E_NOT_FOUND;
+        return VFW_E_NOT_FOUND;
+    });
 }
 
 STDMETHODIMP TDSBaseFilter::QueryFilterInfo(FILTER_INFO* info) {
@@ -223,20 +233,22 @@ STDMETHODIMP TDSBaseFilter::QueryFilterInfo(FILTER_INFO* info) {
 }
 
 STDMETHODIMP TDSBaseFilter::JoinFilterGraph(IFilterGraph* graph, LPCWSTR name) {
-    DSLockGuard guard(FLock.Get());
-    FGraph = graph;
-    if (graph) {
-        if (SUCCEEDED(
-                graph->QueryInterface(IID_IMediaEventSink, FEventSink.ReleaseAndGetVoidAddress())))
-            FEventSink = nullptr;  // the filter deliberately keeps no event sink
-        else
-            DSAssert(FEventSink == nullptr);
-    } else {
-        FEventSink.Detach();  // set to nothing without a release
-    }
-    FFilterName.clear();
-    if (name) FFilterName = name;
-    return S_OK;
+    return mw::DSGuarded([&]() -> HRESULT {
+        DSLockGuard guard(FLock.Get());
+        FGraph = graph;
+        if (graph) {
+            if (SUCCEEDED(graph->QueryInterface(IID_IMediaEventSink,
+                                                FEventSink.ReleaseAndGetVoidAddress())))
+                FEventSink = nullptr;  // the filter deliberately keeps no event sink
+            else
+                DSAssert(FEventSink == nullptr);
+        } else {
+            FEventSink.Detach();  // set to nothing without a release
+        }
+        FFilterName.clear();
+        if (name) FFilterName = name;
+        return S_OK;
+    });
 }
 
 STDMETHODIMP TDSBaseFilter::QueryVendorInfo(LPWSTR*) {
@@ -289,34 +301,45 @@ void TDSEnumPins::Refresh() {
 }
 
 STDMETHODIMP TDSEnumPins::Next(ULONG count, IPin** pins, ULONG* fetched) {
-    if (!pins) return E_POINTER;
-    pins[0] = nullptr;
-    if (fetched)
-        *fetched = 0;
-    else if (count > 1)
-        return E_INVALIDARG;
-    if (AreWeOutOfSync()) Refresh();
-    LONG wanted =
-        std::min<LONG>(std::max<LONG>(FPinCount - FPosition, 0), static_cast<LONG>(count));
-    if (wanted == 0) return S_FALSE;
-    ULONG got = 0;
-    while (wanted > 0) {
-        ++FPosition;
-        TDSBasePin* pin = FFilter->GetPin(FPosition - 1);
-        if (!pin) {
-            DSAssert(got == 0);
-            return VFW_E_ENUM_OUT_OF_SYNC;
+    return mw::DSGuarded([&]() -> HRESULT {
+        if (!pins) return E_POINTER;
+        pins[0] = nullptr;
+        if (fetched)
+            *fetched = 0;
+        else if (count > 1)
+            return E_INVALIDARG;
+        if (AreWeOutOfSync()) Refresh();
+        LONG wanted =
+            std::min<LONG>(std::max<LONG>(FPinCount - FPosition, 0), static_cast<LONG>(count));
+        if (wanted == 0) return S_FALSE;
+        ULONG got = 0;
+        while (wanted > 0) {
+            ++FPosition;
+            TDSBasePin* pin = FFilter->GetPin(FPosition - 1);
+            if (!pin) {
+                // The set of pins changed under the walk. Pins handed out in this call are taken
+                // back, so the caller holds nothing on a failure.
+                if (got != 0) {
+                    mw::DSReportException("Assertion failure");
+                    for (ULONG i = 0; i < got; ++i) {
+                        pins[i]->Release();
+                        pins[i] = nullptr;
+                    }
+                    FPinCache.resize(FPinCache.size() - got);
+                }
+                return VFW_E_ENUM_OUT_OF_SYNC;
+            }
+            if (std::find(FPinCache.begin(), FPinCache.end(), pin) == FPinCache.end()) {
+                pins[got] = pin->AsPin();
+                pins[got]->AddRef();
+                ++got;
+                FPinCache.push_back(pin);
+                --wanted;
+            }
         }
-        if (std::find(FPinCache.begin(), FPinCache.end(), pin) == FPinCache.end()) {
-            pins[got] = pin->AsPin();
-            pins[got]->AddRef();
-            ++got;
-            FPinCache.push_back(pin);
-            --wanted;
-        }
-    }
-    if (fetched) *fetched = got;
-    return got == count ? S_OK : S_FALSE;
+        if (fetched) *fetched = got;
+        return got == count ? S_OK : S_FALSE;
+    });
 }
 
 STDMETHODIMP TDSEnumPins::Skip(ULONG count) {
@@ -336,12 +359,14 @@ STDMETHODIMP TDSEnumPins::Reset() {
 }
 
 STDMETHODIMP TDSEnumPins::Clone(IEnumPins** enumerator) {
-    if (!enumerator) return E_POINTER;
-    *enumerator = nullptr;
-    if (AreWeOutOfSync()) return VFW_E_ENUM_OUT_OF_SYNC;
-    ComPtr<IEnumPins> e(new (std::nothrow) TDSEnumPins(FFilter, this));
-    *enumerator = e.Detach();
-    return *enumerator ? S_OK : E_OUTOFMEMORY;
+    return mw::DSGuarded([&]() -> HRESULT {
+        if (!enumerator) return E_POINTER;
+        *enumerator = nullptr;
+        if (AreWeOutOfSync()) return VFW_E_ENUM_OUT_OF_SYNC;
+        ComPtr<IEnumPins> e(new (std::nothrow) TDSEnumPins(FFilter, this));
+        *enumerator = e.Detach();
+        return *enumerator ? S_OK : E_OUTOFMEMORY;
+    });
 }
 
 // ---- TDSEnumMediaTypes ---------------------------------------------------------------------
@@ -362,33 +387,35 @@ bool TDSEnumMediaTypes::AreWeOutOfSync() {
 }
 
 STDMETHODIMP TDSEnumMediaTypes::Next(ULONG count, AM_MEDIA_TYPE** types, ULONG* fetched) {
-    if (!types) return E_POINTER;
-    if (AreWeOutOfSync()) return VFW_E_ENUM_OUT_OF_SYNC;
-    if (fetched)
-        *fetched = 0;
-    else if (count > 1)
-        return E_INVALIDARG;
-    ULONG got = 0;
-    while (got < count) {
-        AM_MEDIA_TYPE local{};
-        ++FPosition;
-        if (FPin->GetMediaType(FPosition - 1, &local) != S_OK) {
-            DSClearMediaType(&local);
-            break;
+    return mw::DSGuarded([&]() -> HRESULT {
+        if (!types) return E_POINTER;
+        if (AreWeOutOfSync()) return VFW_E_ENUM_OUT_OF_SYNC;
+        if (fetched)
+            *fetched = 0;
+        else if (count > 1)
+            return E_INVALIDARG;
+        ULONG got = 0;
+        while (got < count) {
+            AM_MEDIA_TYPE local{};
+            ++FPosition;
+            if (FPin->GetMediaType(FPosition - 1, &local) != S_OK) {
+                DSClearMediaType(&local);
+                break;
+            }
+            auto* record = static_cast<AM_MEDIA_TYPE*>(CoTaskMemAlloc(sizeof(AM_MEDIA_TYPE)));
+            if (!record) {
+                DSClearMediaType(&local);
+                break;
+            }
+            *record = local;  // the block and pUnk pass to the caller's record
+            local.pUnk = nullptr;
+            local.cbFormat = 0;
+            local.pbFormat = nullptr;
+            types[got++] = record;
         }
-        auto* record = static_cast<AM_MEDIA_TYPE*>(CoTaskMemAlloc(sizeof(AM_MEDIA_TYPE)));
-        if (!record) {
-            DSClearMediaType(&local);
-            break;
-        }
-        *record = local;  // the block and pUnk pass to the caller's record
-        local.pUnk = nullptr;
-        local.cbFormat = 0;
-        local.pbFormat = nullptr;
-        types[got++] = record;
-    }
-    if (fetched) *fetched = got;
-    return got < count ? S_FALSE : S_OK;
+        if (fetched) *fetched = got;
+        return got < count ? S_FALSE : S_OK;
+    });
 }
 
 STDMETHODIMP TDSEnumMediaTypes::Skip(ULONG count) {
@@ -408,10 +435,12 @@ STDMETHODIMP TDSEnumMediaTypes::Reset() {
 }
 
 STDMETHODIMP TDSEnumMediaTypes::Clone(IEnumMediaTypes** enumerator) {
-    if (!enumerator) return E_POINTER;
-    *enumerator = nullptr;
-    if (AreWeOutOfSync()) return VFW_E_ENUM_OUT_OF_SYNC;
-    ComPtr<IEnumMediaTypes> e(new (std::nothrow) TDSEnumMediaTypes(FPin, this));
-    *enumerator = e.Detach();
-    return *enumerator ? S_OK : E_OUTOFMEMORY;
+    return mw::DSGuarded([&]() -> HRESULT {
+        if (!enumerator) return E_POINTER;
+        *enumerator = nullptr;
+        if (AreWeOutOfSync()) return VFW_E_ENUM_OUT_OF_SYNC;
+        ComPtr<IEnumMediaTypes> e(new (std::nothrow) TDSEnumMediaTypes(FPin, this));
+        *enumerator = e.Detach();
+        return *enumerator ? S_OK : E_OUTOFMEMORY;
+    });
 }

@@ -15,6 +15,10 @@ void DSAssertInDestructor(bool condition, const char* message) {
     if (!condition) std::fprintf(stderr, "%s\n", message);
 }
 
+void DSReportException(const char* what) {
+    std::fprintf(stderr, "%s\n", what);
+}
+
 }  // namespace mw
 
 namespace {

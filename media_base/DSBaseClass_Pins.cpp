@@ -2,6 +2,7 @@
 // pin, and the streaming checks of the input pin.
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 #include <new>
 
 #include "media_base/DSBaseClass.h"
@@ -56,14 +57,14 @@ bool TDSBasePin::GetInterface(REFIID iid, void** object) {
 
 ULONG TDSBasePin::NonDelegatingAddRef() {
     const LONG n = FPinRefCount.fetch_add(1) + 1;
-    DSAssert(n >= 1);
+    mw::DSAssertInDestructor(n >= 1);  // reported only: AddRef has no failure to return
     FFilter->AddRef();
     return static_cast<ULONG>(n);
 }
 
 ULONG TDSBasePin::NonDelegatingRelease() {
     const LONG n = FPinRefCount.fetch_sub(1) - 1;
-    DSAssert(n >= 0);
+    mw::DSAssertInDestructor(n >= 0);
     // The filter may go with this release, and the pin with it: nothing of the pin is touched
     // after it.
     FFilter->Release();
@@ -71,15 +72,17 @@ ULONG TDSBasePin::NonDelegatingRelease() {
 }
 
 STDMETHODIMP TDSBasePin::Connect(IPin* receiver, const AM_MEDIA_TYPE* type) {
-    // A null receiver is caught by AgreeMediaType's assertion.
-    DSLockGuard guard(FLock.Get());
-    DisplayPinInfo(receiver);
-    if (FConnected) return VFW_E_ALREADY_CONNECTED;
-    if (!IsStopped() && !FCanReconnectWhenActive) return VFW_E_NOT_STOPPED;
-    const HRESULT hr = AgreeMediaType(receiver, type);
-    if (SUCCEEDED(hr)) return S_OK;
-    DSAssert(SUCCEEDED(BreakConnect()));
-    return hr;
+    return mw::DSGuarded([&]() -> HRESULT {
+        // A null receiver is caught by AgreeMediaType's assertion.
+        DSLockGuard guard(FLock.Get());
+        DisplayPinInfo(receiver);
+        if (FConnected) return VFW_E_ALREADY_CONNECTED;
+        if (!IsStopped() && !FCanReconnectWhenActive) return VFW_E_NOT_STOPPED;
+        const HRESULT hr = AgreeMediaType(receiver, type);
+        if (SUCCEEDED(hr)) return S_OK;
+        DSAssert(SUCCEEDED(BreakConnect()));
+        return hr;
+    });
 }
 
 HRESULT TDSBasePin::AgreeMediaType(IPin* receiver, const AM_MEDIA_TYPE* type) {
@@ -136,23 +139,31 @@ HRESULT TDSBasePin::AttemptConnection(IPin* receiver, const AM_MEDIA_TYPE* type)
     if (hr != S_OK) {
         if (SUCCEEDED(hr) || hr == E_FAIL || hr == E_INVALIDARG) hr = VFW_E_TYPE_NOT_ACCEPTED;
     } else {
-        FConnected = receiver;
+        SetConnected(receiver);
         hr = SetMediaType(type);
         if (SUCCEEDED(hr)) {
             hr = receiver->ReceiveConnection(AsPin(), type);
             if (SUCCEEDED(hr)) {
                 hr = CompleteConnect(receiver);
-                if (SUCCEEDED(hr)) return hr;
+                if (SUCCEEDED(hr)) {
+                    // Only now, with the allocator chosen, may a sender use the connection.
+                    FConnectionReady.store(true);
+                    return hr;
+                }
                 receiver->Disconnect();
             }
         }
     }
     DSAssert(SUCCEEDED(BreakConnect()));
-    FConnected = nullptr;
+    SetConnected(nullptr);
     return hr;
 }
 
 STDMETHODIMP TDSBasePin::ReceiveConnection(IPin* connector, const AM_MEDIA_TYPE* type) {
+    return mw::DSGuarded([&]() -> HRESULT { return AcceptConnection(connector, type); });
+}
+
+HRESULT TDSBasePin::AcceptConnection(IPin* connector, const AM_MEDIA_TYPE* type) {
     if (!connector || !type) return E_POINTER;
     DSLockGuard guard(FLock.Get());
     if (FConnected) return VFW_E_ALREADY_CONNECTED;
@@ -168,13 +179,16 @@ STDMETHODIMP TDSBasePin::ReceiveConnection(IPin* connector, const AM_MEDIA_TYPE*
         if (SUCCEEDED(hr) || hr == E_FAIL || hr == E_INVALIDARG) hr = VFW_E_TYPE_NOT_ACCEPTED;
         return hr;
     }
-    FConnected = connector;
+    SetConnected(connector);
     hr = SetMediaType(type);
     if (SUCCEEDED(hr)) {
         hr = CompleteConnect(connector);
-        if (SUCCEEDED(hr)) return S_OK;
+        if (SUCCEEDED(hr)) {
+            FConnectionReady.store(true);
+            return S_OK;
+        }
     }
-    FConnected = nullptr;
+    SetConnected(nullptr);
     DSAssert(SUCCEEDED(BreakConnect()));
     return hr;
 }
@@ -189,23 +203,41 @@ HRESULT TDSBasePin::CheckConnect(IPin* pin) {
 }
 
 STDMETHODIMP TDSBasePin::Disconnect() {
-    DSLockGuard guard(FLock.Get());
-    if (!IsStopped()) return VFW_E_NOT_STOPPED;
-    return DisconnectInternal();
+    return mw::DSGuarded([&]() -> HRESULT {
+        DSLockGuard guard(FLock.Get());
+        if (!IsStopped()) return VFW_E_NOT_STOPPED;
+        return DisconnectInternal();
+    });
 }
 
 HRESULT TDSBasePin::DisconnectInternal() {
     if (!FConnected) return S_FALSE;
+    FConnectionReady.store(false);
     const HRESULT hr = BreakConnect();
-    if (FAILED(hr)) return hr;
-    FConnected = nullptr;
+    if (FAILED(hr)) {
+        FConnectionReady.store(true);
+        return hr;
+    }
+    SetConnected(nullptr);
     return S_OK;
+}
+
+void TDSBasePin::SetConnected(IPin* pin) {
+    ComPtr<IPin> previous;  // released after the lock
+    std::lock_guard<std::mutex> guard(FConnectionLock);
+    previous = std::move(FConnected);
+    FConnected = pin;
+    FIsConnected.store(pin != nullptr);
+}
+
+ComPtr<IPin> TDSBasePin::ConnectedPin() const {
+    std::lock_guard<std::mutex> guard(FConnectionLock);
+    return FConnected;
 }
 
 STDMETHODIMP TDSBasePin::ConnectedTo(IPin** pin) {
     if (!pin) return E_POINTER;
-    ComPtr<IPin> connected = FConnected;
-    *pin = connected.Detach();
+    *pin = ConnectedPin().Detach();
     return *pin ? S_OK : VFW_E_NOT_CONNECTED;
 }
 
@@ -254,15 +286,19 @@ STDMETHODIMP TDSBasePin::QueryId(LPWSTR* id) {
 }
 
 STDMETHODIMP TDSBasePin::QueryAccept(const AM_MEDIA_TYPE* type) {
-    const HRESULT hr = CheckMediaType(type);
-    return FAILED(hr) ? S_FALSE : hr;
+    return mw::DSGuarded([&]() -> HRESULT {
+        const HRESULT hr = CheckMediaType(type);
+        return FAILED(hr) ? S_FALSE : hr;
+    });
 }
 
 STDMETHODIMP TDSBasePin::EnumMediaTypes(IEnumMediaTypes** enumerator) {
-    if (!enumerator) return E_POINTER;
-    ComPtr<IEnumMediaTypes> e(new (std::nothrow) TDSEnumMediaTypes(this, nullptr));
-    *enumerator = e.Detach();
-    return *enumerator ? S_OK : E_OUTOFMEMORY;
+    return mw::DSGuarded([&]() -> HRESULT {
+        if (!enumerator) return E_POINTER;
+        ComPtr<IEnumMediaTypes> e(new (std::nothrow) TDSEnumMediaTypes(this, nullptr));
+        *enumerator = e.Detach();
+        return *enumerator ? S_OK : E_OUTOFMEMORY;
+    });
 }
 
 STDMETHODIMP TDSBasePin::QueryInternalConnections(IPin**, ULONG*) {
@@ -371,7 +407,55 @@ HRESULT TDSBaseOutputPin::CompleteConnect(IPin*) {
     return DecideAllocator(FInputPin.Get(), FAllocator.ReleaseAndGetAddressOf());
 }
 
+bool TDSBaseOutputPin::EnterSend() {
+    // Registered first, tested after: a break that begins after the test waits for this send,
+    // and one that began before is seen by the test.
+    FSenders.fetch_add(1);
+    if (!FBreaking.load() && FConnectionReady.load()) return true;
+    LeaveSend();
+    return false;
+}
+
+void TDSBaseOutputPin::LeaveSend() {
+    if (FSenders.fetch_sub(1) == 1 && FBreaking.load()) {
+        std::lock_guard<std::mutex> guard(FSendersLock);
+        FSendersGone.notify_all();
+    }
+}
+
+void TDSBaseOutputPin::WaitForSenders() {
+    std::unique_lock<std::mutex> guard(FSendersLock);
+    FSendersGone.wait(guard, [this] { return FSenders.load() == 0; });
+}
+
+STDMETHODIMP TDSBaseOutputPin::Disconnect() {
+    return mw::DSGuarded([&]() -> HRESULT {
+        ComPtr<IMemAllocator> allocator;
+        {
+            DSLockGuard guard(FLock.Get());
+            if (!IsStopped()) return VFW_E_NOT_STOPPED;
+            if (!FConnected) return S_FALSE;
+            FBreaking.store(true);
+            allocator = FAllocator;
+        }
+        // A send blocked for a sample is woken by the decommit, one retrying sees the flag. The
+        // filter lock is not held here: a downstream Receive may call back into the filter.
+        if (allocator) allocator->Decommit();
+        WaitForSenders();
+        DSLockGuard guard(FLock.Get());
+        const HRESULT hr = IsStopped() ? DisconnectInternal() : VFW_E_NOT_STOPPED;
+        FBreaking.store(false);
+        return hr;
+    });
+}
+
 HRESULT TDSBaseOutputPin::BreakConnect() {
+    // Called under the filter lock; a Disconnect has waited for the senders already, so this
+    // wait is only for a send that registered and is about to find the connection not ready.
+    FBreaking.store(true);
+    if (FAllocator) FAllocator->Decommit();
+    WaitForSenders();
+    FBreaking.store(false);
     if (FAllocator) {
         const HRESULT hr = FAllocator->Decommit();
         if (FAILED(hr)) return hr;
@@ -425,36 +509,65 @@ HRESULT TDSBaseOutputPin::InitAllocator(IMemAllocator** allocator) {
                             reinterpret_cast<void**>(allocator));
 }
 
+namespace {
+// The pin this thread holds a send registration of, if any.
+thread_local TDSBaseOutputPin* tSendingPin = nullptr;
+}  // namespace
+
+TDSBaseOutputPin::SendScope::SendScope(TDSBaseOutputPin* pin) : FPin(pin) {
+    if (tSendingPin == pin) {
+        FEntered = true;  // an outer scope of this thread holds the registration
+        return;
+    }
+    FEntered = FOwner = pin->EnterSend();
+    if (FOwner) {
+        FOuter = tSendingPin;
+        tSendingPin = pin;
+    }
+}
+
+TDSBaseOutputPin::SendScope::~SendScope() {
+    if (!FOwner) return;
+    tSendingPin = FOuter;
+    FPin->LeaveSend();
+}
+
 HRESULT TDSBaseOutputPin::GetDeliveryBuffer(IMediaSample** sample, REFERENCE_TIME* start,
                                             REFERENCE_TIME* stop, DWORD flags) {
-    if (!FAllocator) return E_NOINTERFACE;
+    SendScope scope(this);
+    if (!scope) return E_NOINTERFACE;
     return FAllocator->GetBuffer(sample, start, stop, flags);
 }
 
 HRESULT TDSBaseOutputPin::Deliver(IMediaSample* sample) {
-    if (!FInputPin) return VFW_E_NOT_CONNECTED;
+    SendScope scope(this);
+    if (!scope) return VFW_E_NOT_CONNECTED;
     return FInputPin->Receive(sample);
 }
 
 HRESULT TDSBaseOutputPin::DeliverEndOfStream() {
-    if (!FConnected) return VFW_E_NOT_CONNECTED;
-    return FConnected->EndOfStream();
+    const ComPtr<IPin> connected = ConnectedPin();
+    if (!connected) return VFW_E_NOT_CONNECTED;
+    return connected->EndOfStream();
 }
 
 HRESULT TDSBaseOutputPin::DeliverBeginFlush() {
-    if (!FConnected) return VFW_E_NOT_CONNECTED;
-    return FConnected->BeginFlush();
+    const ComPtr<IPin> connected = ConnectedPin();
+    if (!connected) return VFW_E_NOT_CONNECTED;
+    return connected->BeginFlush();
 }
 
 HRESULT TDSBaseOutputPin::DeliverEndFlush() {
-    if (!FConnected) return VFW_E_NOT_CONNECTED;
-    return FConnected->EndFlush();
+    const ComPtr<IPin> connected = ConnectedPin();
+    if (!connected) return VFW_E_NOT_CONNECTED;
+    return connected->EndFlush();
 }
 
 HRESULT TDSBaseOutputPin::DeliverNewSegment(REFERENCE_TIME start, REFERENCE_TIME stop,
                                             double rate) {
-    if (!FConnected) return VFW_E_NOT_CONNECTED;
-    return FConnected->NewSegment(start, stop, rate);
+    const ComPtr<IPin> connected = ConnectedPin();
+    if (!connected) return VFW_E_NOT_CONNECTED;
+    return connected->NewSegment(start, stop, rate);
 }
 
 // ---- TDSBaseInputPin -----------------------------------------------------------------------
@@ -517,18 +630,22 @@ HRESULT TDSBaseInputPin::Inactive() {
 }
 
 STDMETHODIMP TDSBaseInputPin::BeginFlush() {
-    DSLockGuard guard(FLock.Get());
-    DSAssert(!FFlushing.load());
-    FFlushing = true;
-    return S_OK;
+    return mw::DSGuarded([&]() -> HRESULT {
+        DSLockGuard guard(FLock.Get());
+        DSAssert(!FFlushing.load());
+        FFlushing = true;
+        return S_OK;
+    });
 }
 
 STDMETHODIMP TDSBaseInputPin::EndFlush() {
-    DSLockGuard guard(FLock.Get());
-    DSAssert(FFlushing.load());
-    FFlushing = false;
-    FRunTimeError = false;
-    return S_OK;
+    return mw::DSGuarded([&]() -> HRESULT {
+        DSLockGuard guard(FLock.Get());
+        DSAssert(FFlushing.load());
+        FFlushing = false;
+        FRunTimeError = false;
+        return S_OK;
+    });
 }
 
 HRESULT TDSBaseInputPin::CheckStreaming() {
@@ -540,6 +657,10 @@ HRESULT TDSBaseInputPin::CheckStreaming() {
 }
 
 STDMETHODIMP TDSBaseInputPin::Receive(IMediaSample* sample) {
+    return mw::DSGuarded([&]() -> HRESULT { return ReadSample(sample); });
+}
+
+HRESULT TDSBaseInputPin::ReadSample(IMediaSample* sample) {
     DSAssert(sample != nullptr);
     HRESULT hr = CheckStreaming();
     if (hr != S_OK) return hr;
@@ -618,7 +739,7 @@ STDMETHODIMP TDSBaseInputPin::Notify(IBaseFilter*, Quality) {
 HRESULT TDSBaseInputPin::PassNotify(Quality quality) {
     if (FQualitySink) return FQualitySink->Notify(FFilter->AsBaseFilter(), quality);
     HRESULT hr = VFW_E_NOT_FOUND;
-    if (ComPtr<IPin> connected = FConnected) {
+    if (ComPtr<IPin> connected = ConnectedPin()) {
         ComPtr<IQualityControl> control;
         if (SUCCEEDED(connected->QueryInterface(IID_IQualityControl,
                                                 control.ReleaseAndGetVoidAddress())) &&

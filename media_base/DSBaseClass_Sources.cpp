@@ -28,12 +28,10 @@ enum class Stamping { ByChunk, BySize, None };
 // and delivers it, until the data is used up. maxRequests 0 retries without limit.
 bool SendChunks(TDSSourceStreamPin* pin, const void* buffer, int size, REFERENCE_TIME start,
                 REFERENCE_TIME stop, bool syncPoint, Stamping stamping, int maxRequests) {
-    if (!pin->IsConnected()) return false;
-    if (!pin->EnterSend()) return false;
-    struct Leave {
-        TDSSourceStreamPin* pin;
-        ~Leave() { pin->LeaveSend(); }
-    } leave{pin};
+    // Registers as a sender before it looks at the connection: a disconnect either sees this send
+    // and waits for it, or the send sees the connection gone.
+    const TDSBaseOutputPin::SendScope scope(pin);
+    if (!scope) return false;
     int64_t done = 0;
     int requests = 0;
     int remaining = size;
@@ -114,20 +112,22 @@ TDSBasePin* TDSBaseSourceFilter::GetPin(int index) {
 }
 
 STDMETHODIMP TDSBaseSourceFilter::FindPin(LPCWSTR id, IPin** pin) {
-    if (!pin) return E_POINTER;
-    *pin = nullptr;
-    if (!id) return E_POINTER;
-    const std::u16string wanted(id);
-    std::lock_guard<std::recursive_mutex> guard(FPinsLock);
-    for (TDSSourceStreamPin* candidate : FPins) {
-        DSAssert(candidate != nullptr);
-        if (candidate->PinName() == wanted) {
-            *pin = candidate->AsPin();
-            (*pin)->AddRef();
-            return S_OK;
+    return mw::DSGuarded([&]() -> HRESULT {
+        if (!pin) return E_POINTER;
+        *pin = nullptr;
+        if (!id) return E_POINTER;
+        const std::u16string wanted(id);
+        std::lock_guard<std::recursive_mutex> guard(FPinsLock);
+        for (TDSSourceStreamPin* candidate : FPins) {
+            DSAssert(candidate != nullptr);
+            if (candidate->PinName() == wanted) {
+                *pin = candidate->AsPin();
+                (*pin)->AddRef();
+                return S_OK;
+            }
         }
-    }
-    return VFW_E_NOT_FOUND;
+        return VFW_E_NOT_FOUND;
+    });
 }
 
 // ---- TDSSourceStreamPin --------------------------------------------------------------------
@@ -146,24 +146,6 @@ HRESULT TDSSourceStreamPin::DecideBufferSize(IMemAllocator* allocator,
                                              ALLOCATOR_PROPERTIES* properties) {
     FilterLockGuard guard(FFilter);
     return IntDecideBufferSize(allocator, properties);
-}
-
-bool TDSSourceStreamPin::EnterSend() {
-    FSenders.fetch_add(1);
-    if (!FBreaking.load()) return true;
-    FSenders.fetch_sub(1);
-    return false;
-}
-
-HRESULT TDSSourceStreamPin::BreakConnect() {
-    FBreaking.store(true);
-    // A send blocked for a sample is woken by the decommit, and one retrying sees the flag.
-    if (IMemAllocator* allocator = Allocator()) allocator->Decommit();
-    while (FSenders.load() != 0)
-        Sleep(1);
-    const HRESULT hr = TDSBaseOutputPin::BreakConnect();
-    FBreaking.store(false);
-    return hr;
 }
 
 HRESULT TDSSourceStreamPin::SetOneBuffer(IMemAllocator* allocator, ALLOCATOR_PROPERTIES* properties,

@@ -252,9 +252,20 @@ public:
         return E_NOINTERFACE;
     }
     STDMETHODIMP_(ULONG) AddRef() override { return FRefCount.fetch_add(1) + 1; }
+    // The samples out keep the allocator: once no one else holds it, the last sample back
+    // frees it. This costs nothing per sample, where a reference per sample out would cost two
+    // atomic operations on each round trip.
     STDMETHODIMP_(ULONG) Release() override {
         const ULONG n = FRefCount.fetch_sub(1) - 1;
-        if (n == 0) delete this;
+        if (n == 0) {
+            bool idle;
+            {
+                std::lock_guard<std::mutex> lock(FMutex);
+                FUnreferenced = true;
+                idle = Outstanding() == 0;
+            }
+            if (idle) delete this;
+        }
         return n;
     }
 
@@ -321,41 +332,62 @@ public:
                 if (!FCommitted) return VFW_E_NOT_COMMITTED;
                 if (!FFree.empty()) break;
                 if (flags & AM_GBF_NOWAIT) return VFW_E_TIMEOUT;
+                ++FWaiters;
                 FFreed.wait(lock);
+                --FWaiters;
             }
             taken = FFree.back();
             FFree.pop_back();
-            taken->HandOut(flags);
         }
-        AddRef();  // a sample out keeps its allocator
+        taken->HandOut(flags);
         *sample = taken;
         return S_OK;
     }
 
     STDMETHODIMP ReleaseBuffer(IMediaSample* buffer) override {
         if (!buffer) return E_POINTER;
-        auto* sample = static_cast<MediaSample*>(buffer);
+        bool unreferenced;
         {
             std::lock_guard<std::mutex> lock(FMutex);
-            bool ours = false;
+            // Compared as interface pointers: a sample of another kind is never cast.
+            MediaSample* sample = nullptr;
             for (const auto& s : FSamples)
-                ours = ours || s.get() == sample;
-            if (!ours || sample->InUse()) return E_INVALIDARG;
+                if (static_cast<IMediaSample*>(s.get()) == buffer) sample = s.get();
+            if (!sample || sample->InUse()) return E_INVALIDARG;
             for (MediaSample* free : FFree)
                 if (free == sample) return E_INVALIDARG;
             sample->ResetState();
-            FFree.push_back(sample);
-            if (!FCommitted && Outstanding() == 0)
-                FreeMemory();
-            else
-                FFreed.notify_one();
+            unreferenced = PutBack(sample);
         }
-        Release();  // the reference GetBuffer took; the allocator may go with it
+        if (unreferenced) delete this;
         return S_OK;
+    }
+
+    // Takes back a sample of this allocator whose last reference has gone. The allocator may go
+    // with it.
+    void Recycle(MediaSample* sample) {
+        sample->ResetState();  // no one else holds the sample now
+        bool unreferenced;
+        {
+            std::lock_guard<std::mutex> lock(FMutex);
+            unreferenced = PutBack(sample);
+        }
+        if (unreferenced) delete this;
     }
 
 private:
     size_t Outstanding() const { return FSamples.size() - FFree.size(); }
+
+    // Under the lock: the sample joins the free list, memory goes once a decommitted allocator
+    // has every sample back. True when the allocator is to be freed now.
+    bool PutBack(MediaSample* sample) {
+        FFree.push_back(sample);
+        if (!FCommitted && Outstanding() == 0)
+            FreeMemory();
+        else if (FWaiters != 0)
+            FFreed.notify_one();
+        return FUnreferenced && Outstanding() == 0;
+    }
 
     bool AllocateMemory() {
         const size_t stride =
@@ -389,6 +421,8 @@ private:
     ALLOCATOR_PROPERTIES FProperties{};
     bool FPropertiesChanged = false;
     bool FCommitted = false;
+    bool FUnreferenced = false;  // no reference left: the last sample back frees the allocator
+    int FWaiters = 0;            // GetBuffer calls waiting for a sample
     BYTE* FMemory = nullptr;
     std::vector<std::unique_ptr<MediaSample>> FSamples;
     std::vector<MediaSample*> FFree;
@@ -396,7 +430,7 @@ private:
 
 STDMETHODIMP_(ULONG) MediaSample::Release() {
     const ULONG n = FRefCount.fetch_sub(1) - 1;
-    if (n == 0) FOwner->ReleaseBuffer(this);  // nothing of the sample is touched after this
+    if (n == 0) FOwner->Recycle(this);  // nothing of the sample is touched after this
     return n;
 }
 

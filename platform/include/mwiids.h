@@ -3,8 +3,8 @@
 // declares stand in their own headers, included here; the others have only their IID here.
 //
 // kMwInterfaceNameTable lists the rows in the table's order. A row whose IID is not available to
-// this project carries a null pointer; callers skip it. Rows marked "unconfirmed" use values from
-// the published reference that no header on the build machine could confirm.
+// this project carries a null pointer; callers skip it. A row marked "unconfirmed" uses a value
+// from the published reference that no SDK header confirms.
 #pragma once
 
 // One GUID a line: a table is easier to read unwrapped.
@@ -194,9 +194,9 @@ DEFINE_GUID(IID_IVMRWindowlessControl9, 0x8F537D09, 0xF85E, 0x4414, 0xB2, 0x3B, 
 DEFINE_GUID(IID_IVMRVideoStreamControl9, 0xD0CFE38B, 0x93E7, 0x4772, 0x89, 0x57, 0x04, 0x00, 0xC4, 0x9A, 0x44, 0x85);
 DEFINE_GUID(IID_IPropertyStorage, 0x00000138, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
 
-// Values taken from the platform's published interface reference that no header available to
-// this build carries, so they could not be checked against one; the rows of the table that use
-// them are marked "unconfirmed".
+// Values checked against the platform's SDK headers and IDL files. IAMovie alone is taken from
+// the published interface reference with no header to check it against; its row is marked
+// "unconfirmed".
 DEFINE_GUID(IID_IDistributorNotify, 0x56A868AF, 0x0AD4, 0x11CE, 0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70);
 DEFINE_GUID(IID_IAMVfwCompressDialogs, 0xD8D715A3, 0x6E5E, 0x11D0, 0xB3, 0xF0, 0x00, 0xAA, 0x00, 0x37, 0x61, 0xC5);
 DEFINE_GUID(IID_IAMAudioInputMixer, 0x54C39221, 0x8380, 0x11D0, 0xB3, 0xF0, 0x00, 0xAA, 0x00, 0x37, 0x61, 0xC5);
@@ -290,6 +290,25 @@ DEFINE_GUID(IID_IAMTimelineVirtualTrack, 0xA8ED5F80, 0xC2C7, 0x11D2, 0x8D, 0x39,
 DEFINE_GUID(IID_IAMTimelineComp, 0xEAE58536, 0x622E, 0x11D2, 0x8C, 0xAD, 0x00, 0xA0, 0x24, 0x58, 0x09, 0x02);
 DEFINE_GUID(IID_IXml2Dex, 0x18C628ED, 0x962A, 0x11D2, 0x8D, 0x08, 0x00, 0xA0, 0xC9, 0x44, 0x1E, 0x20);
 
+// Interfaces of the tuning, guide data and stream buffer families, from the SDK headers.
+DEFINE_GUID(IID_IMPEG2_TIF_CONTROL, 0xF9BAC2F9, 0x4149, 0x4916, 0xB2, 0xEF, 0xFA, 0xA2, 0x02, 0x32, 0x68, 0x62);
+DEFINE_GUID(IID_ITuneRequestInfo, 0xA3B152DF, 0x7A90, 0x4218, 0xAC, 0x54, 0x98, 0x30, 0xBE, 0xE8, 0xC0, 0xB6);
+DEFINE_GUID(IID_IGuideDataEvent, 0xEFDA0C80, 0xF395, 0x42C3, 0x9B, 0x3C, 0x56, 0xB3, 0x7D, 0xEC, 0x7B, 0xB7);
+DEFINE_GUID(IID_IGuideDataProperty, 0x88EC5E58, 0xBB73, 0x41D6, 0x99, 0xCE, 0x66, 0xC5, 0x24, 0xB8, 0xB5, 0x91);
+DEFINE_GUID(IID_IEnumGuideDataProperties, 0xAE44423B, 0x4571, 0x475C, 0xAD, 0x2C, 0xF4, 0x0A, 0x77, 0x1D, 0x80, 0xEF);
+DEFINE_GUID(IID_IEnumTuneRequests, 0x1993299C, 0xCED6, 0x4788, 0x87, 0xA3, 0x42, 0x00, 0x67, 0xDC, 0xE0, 0xC7);
+DEFINE_GUID(IID_IGuideData, 0x61571138, 0x5B01, 0x43CD, 0xAE, 0xAF, 0x60, 0xB7, 0x84, 0xA0, 0xBF, 0x93);
+DEFINE_GUID(IID_IGuideDataLoader, 0x4764FF7C, 0xFA95, 0x4525, 0xAF, 0x4D, 0xD3, 0x22, 0x36, 0xDB, 0x9E, 0x38);
+DEFINE_GUID(IID_IEnumStreamBufferRecordingAttrib, 0xC18A9162, 0x1E82, 0x4142, 0x8C, 0x73, 0x56, 0x90, 0xFA, 0x62, 0xFE, 0x33);
+DEFINE_GUID(IID_IStreamBufferConfigure, 0xCE14DFAE, 0x4098, 0x4AF7, 0xBB, 0xF7, 0xD6, 0x51, 0x1F, 0x83, 0x54, 0x14);
+DEFINE_GUID(IID_IStreamBufferInitialize, 0x9CE50F2D, 0x6BA7, 0x40FB, 0xA0, 0x34, 0x50, 0xB1, 0xA6, 0x74, 0xEC, 0x78);
+DEFINE_GUID(IID_IStreamBufferMediaSeeking, 0xF61F5C26, 0x863D, 0x4AFA, 0xB0, 0xBA, 0x2F, 0x81, 0xDC, 0x97, 0x85, 0x96);
+DEFINE_GUID(IID_IStreamBufferRecComp, 0x9E259A9B, 0x8815, 0x42AE, 0xB0, 0x9F, 0x22, 0x19, 0x70, 0xB1, 0x54, 0xFD);
+DEFINE_GUID(IID_IStreamBufferRecordControl, 0xBA9B6C99, 0xF3C7, 0x4FF2, 0x92, 0xDB, 0xCF, 0xDD, 0x48, 0x51, 0xBF, 0x31);
+DEFINE_GUID(IID_IStreamBufferRecordingAttribute, 0x16CA4E03, 0xFE69, 0x4705, 0xBD, 0x41, 0x5B, 0x7D, 0xFC, 0x0C, 0x95, 0xF3);
+DEFINE_GUID(IID_IStreamBufferSink, 0xAFD1F242, 0x7EFD, 0x45EE, 0xBA, 0x4E, 0x40, 0x7A, 0x25, 0xC9, 0xA7, 0x7A);
+DEFINE_GUID(IID_IStreamBufferSource, 0x1C5BD776, 0x6CED, 0x4F44, 0x81, 0x64, 0x5E, 0xAB, 0x0E, 0x98, 0xDB, 0x12);
+
 namespace mw {
 struct InterfaceNameRow {
     const char* name;
@@ -331,7 +350,7 @@ inline constexpr InterfaceNameRow kMwInterfaceNameTable[] = {
     {"IGraphVersion", &IID_IGraphVersion},
     {"IResourceConsumer", &IID_IResourceConsumer},
     {"IResourceManager", &IID_IResourceManager},
-    {"IDistributorNotify", &IID_IDistributorNotify},  // unconfirmed
+    {"IDistributorNotify", &IID_IDistributorNotify},
     {"IAMStreamControl", &IID_IAMStreamControl},
     {"ISeekingPassThru", &IID_ISeekingPassThru},
     {"IAMStreamConfig", &IID_IAMStreamConfig},
@@ -339,30 +358,30 @@ inline constexpr InterfaceNameRow kMwInterfaceNameTable[] = {
     {"IConfigAviMux", &IID_IConfigAviMux},
     {"IAMVideoCompression", &IID_IAMVideoCompression},
     {"IAMVfwCaptureDialogs", &IID_IAMVfwCaptureDialogs},
-    {"IAMVfwCompressDialogs", &IID_IAMVfwCompressDialogs},  // unconfirmed
+    {"IAMVfwCompressDialogs", &IID_IAMVfwCompressDialogs},
     {"IAMDroppedFrames", &IID_IAMDroppedFrames},
-    {"IAMAudioInputMixer", &IID_IAMAudioInputMixer},  // unconfirmed
-    {"IAMAnalogVideoDecoder", &IID_IAMAnalogVideoDecoder},  // unconfirmed
+    {"IAMAudioInputMixer", &IID_IAMAudioInputMixer},
+    {"IAMAnalogVideoDecoder", &IID_IAMAnalogVideoDecoder},
     {"IAMVideoProcAmp", &IID_IAMVideoProcAmp},
     {"IAMCameraControl", &IID_IAMCameraControl},
     {"IAMCrossbar", &IID_IAMCrossbar},
     {"IAMTuner", &IID_IAMTuner},
     {"IAMTunerNotification", &IID_IAMTunerNotification},
     {"IAMTVTuner", &IID_IAMTVTuner},
-    {"IBPCSatelliteTuner", &IID_IBPCSatelliteTuner},  // unconfirmed
-    {"IAMTVAudio", &IID_IAMTVAudio},  // unconfirmed
-    {"IAMTVAudioNotification", &IID_IAMTVAudioNotification},  // unconfirmed
-    {"IAMAnalogVideoEncoder", &IID_IAMAnalogVideoEncoder},  // unconfirmed
+    {"IBPCSatelliteTuner", &IID_IBPCSatelliteTuner},
+    {"IAMTVAudio", &IID_IAMTVAudio},
+    {"IAMTVAudioNotification", &IID_IAMTVAudioNotification},
+    {"IAMAnalogVideoEncoder", &IID_IAMAnalogVideoEncoder},
     {"IMediaPropertyBag", &IID_IMediaPropertyBag},
     {"IPersistMediaPropertyBag", &IID_IPersistMediaPropertyBag},
-    {"IAMPhysicalPinInfo", &IID_IAMPhysicalPinInfo},  // unconfirmed
-    {"IAMExtDevice", &IID_IAMExtDevice},  // unconfirmed
-    {"IAMExtTransport", &IID_IAMExtTransport},  // unconfirmed
-    {"IAMTimecodeReader", &IID_IAMTimecodeReader},  // unconfirmed
-    {"IAMTimecodeGenerator", &IID_IAMTimecodeGenerator},  // unconfirmed
-    {"IAMTimecodeDisplay", &IID_IAMTimecodeDisplay},  // unconfirmed
-    {"IAMDevMemoryAllocator", &IID_IAMDevMemoryAllocator},  // unconfirmed
-    {"IAMDevMemoryControl", &IID_IAMDevMemoryControl},  // unconfirmed
+    {"IAMPhysicalPinInfo", &IID_IAMPhysicalPinInfo},
+    {"IAMExtDevice", &IID_IAMExtDevice},
+    {"IAMExtTransport", &IID_IAMExtTransport},
+    {"IAMTimecodeReader", &IID_IAMTimecodeReader},
+    {"IAMTimecodeGenerator", &IID_IAMTimecodeGenerator},
+    {"IAMTimecodeDisplay", &IID_IAMTimecodeDisplay},
+    {"IAMDevMemoryAllocator", &IID_IAMDevMemoryAllocator},
+    {"IAMDevMemoryControl", &IID_IAMDevMemoryControl},
     {"IAMStreamSelect", &IID_IAMStreamSelect},
     {"IAMovie", &IID_IAMovie},  // unconfirmed
     {"ICreateDevEnum", &IID_ICreateDevEnum},
@@ -381,31 +400,31 @@ inline constexpr InterfaceNameRow kMwInterfaceNameTable[] = {
     {"IMemAllocatorNotifyCallbackTemp", &IID_IMemAllocatorNotifyCallbackTemp},
     {"IAMVideoControl", &IID_IAMVideoControl},
     {"IKsPropertySet", &IID_IKsPropertySet},
-    {"IAMResourceControl", &IID_IAMResourceControl},  // unconfirmed
-    {"IAMClockAdjust", &IID_IAMClockAdjust},  // unconfirmed
+    {"IAMResourceControl", &IID_IAMResourceControl},
+    {"IAMClockAdjust", &IID_IAMClockAdjust},
     {"IAMFilterMiscFlags", &IID_IAMFilterMiscFlags},
-    {"IDrawVideoImage", &IID_IDrawVideoImage},  // unconfirmed
-    {"IDecimateVideoImage", &IID_IDecimateVideoImage},  // unconfirmed
-    {"IAMVideoDecimationProperties", &IID_IAMVideoDecimationProperties},  // unconfirmed
+    {"IDrawVideoImage", &IID_IDrawVideoImage},
+    {"IDecimateVideoImage", &IID_IDecimateVideoImage},
+    {"IAMVideoDecimationProperties", &IID_IAMVideoDecimationProperties},
     {"IAMLatency", &IID_IAMLatency},
     {"IAMPushSource", &IID_IAMPushSource},
-    {"IAMDeviceRemoval", &IID_IAMDeviceRemoval},  // unconfirmed
-    {"IDVEnc", &IID_IDVEnc},  // unconfirmed
-    {"IIPDVDec", &IID_IIPDVDec},  // unconfirmed
-    {"IDVRGB219", &IID_IDVRGB219},  // unconfirmed
-    {"IDVSplitter", &IID_IDVSplitter},  // unconfirmed
-    {"IAMAudioRendererStats", &IID_IAMAudioRendererStats},  // unconfirmed
-    {"IAMGraphStreams", &IID_IAMGraphStreams},  // unconfirmed
-    {"IAMOverlayFX", &IID_IAMOverlayFX},  // unconfirmed
-    {"IAMOpenProgress", &IID_IAMOpenProgress},  // unconfirmed
+    {"IAMDeviceRemoval", &IID_IAMDeviceRemoval},
+    {"IDVEnc", &IID_IDVEnc},
+    {"IIPDVDec", &IID_IIPDVDec},
+    {"IDVRGB219", &IID_IDVRGB219},
+    {"IDVSplitter", &IID_IDVSplitter},
+    {"IAMAudioRendererStats", &IID_IAMAudioRendererStats},
+    {"IAMGraphStreams", &IID_IAMGraphStreams},
+    {"IAMOverlayFX", &IID_IAMOverlayFX},
+    {"IAMOpenProgress", &IID_IAMOpenProgress},
     {"IMpeg2Demultiplexer", &IID_IMpeg2Demultiplexer},
-    {"IEnumStreamIdMap", &IID_IEnumStreamIdMap},  // unconfirmed
-    {"IMPEG2StreamIdMap", &IID_IMPEG2StreamIdMap},  // unconfirmed
-    {"IRegisterServiceProvider", &IID_IRegisterServiceProvider},  // unconfirmed
-    {"IAMDecoderCaps", &IID_IAMDecoderCaps},  // unconfirmed
+    {"IEnumStreamIdMap", &IID_IEnumStreamIdMap},
+    {"IMPEG2StreamIdMap", &IID_IMPEG2StreamIdMap},
+    {"IRegisterServiceProvider", &IID_IRegisterServiceProvider},
+    {"IAMDecoderCaps", &IID_IAMDecoderCaps},
     {"IAMClockSlave", &IID_IAMClockSlave},
-    {"IDDrawExclModeVideo", &IID_IDDrawExclModeVideo},  // unconfirmed
-    {"IDDrawExclModeVideoCallback", &IID_IDDrawExclModeVideoCallback},  // unconfirmed
+    {"IDDrawExclModeVideo", &IID_IDDrawExclModeVideo},
+    {"IDDrawExclModeVideoCallback", &IID_IDDrawExclModeVideoCallback},
     {"IPinConnection", &IID_IPinConnection},
     {"IPinFlowControl", &IID_IPinFlowControl},
     {"IGraphConfig", &IID_IGraphConfig},
@@ -421,7 +440,7 @@ inline constexpr InterfaceNameRow kMwInterfaceNameTable[] = {
     {"IVMRMixerBitmap", &IID_IVMRMixerBitmap},
     {"IVMRImageCompositor", &IID_IVMRImageCompositor},
     {"IVMRVideoStreamControl", &IID_IVMRVideoStreamControl},
-    {"IVMRSurface", &IID_IVMRSurface},  // unconfirmed
+    {"IVMRSurface", &IID_IVMRSurface},
     {"IVPManager", &IID_IVPManager},
     {"IVMRImagePresenterConfig", &IID_IVMRImagePresenterConfig},
     {"IVMRImagePresenterExclModeConfig", &IID_IVMRImagePresenterExclModeConfig},
@@ -461,20 +480,20 @@ inline constexpr InterfaceNameRow kMwInterfaceNameTable[] = {
     {"IMediaTypeInfo", &IID_IMediaTypeInfo},
     {"IPinInfo", &IID_IPinInfo},
     {"IAMStats", &IID_IAMStats},
-    {"IAMNetShowConfig", &IID_IAMNetShowConfig},  // unconfirmed
-    {"IAMChannelInfo", &IID_IAMChannelInfo},  // unconfirmed
+    {"IAMNetShowConfig", &IID_IAMNetShowConfig},
+    {"IAMChannelInfo", &IID_IAMChannelInfo},
     {"IAMNetworkStatus", &IID_IAMNetworkStatus},
-    {"IAMExtendedSeeking", &IID_IAMExtendedSeeking},  // unconfirmed
-    {"IAMNetShowExProps", &IID_IAMNetShowExProps},  // unconfirmed
-    {"IAMExtendedErrorInfo", &IID_IAMExtendedErrorInfo},  // unconfirmed
+    {"IAMExtendedSeeking", &IID_IAMExtendedSeeking},
+    {"IAMNetShowExProps", &IID_IAMNetShowExProps},
+    {"IAMExtendedErrorInfo", &IID_IAMExtendedErrorInfo},
     {"IAMMediaContent", &IID_IAMMediaContent},
-    {"IAMMediaContent2", &IID_IAMMediaContent2},  // unconfirmed
-    {"IAMNetShowPreroll", &IID_IAMNetShowPreroll},  // unconfirmed
-    {"IDShowPlugin", &IID_IDShowPlugin},  // unconfirmed
-    {"IAMPlayListItem", &IID_IAMPlayListItem},  // unconfirmed
-    {"IAMPlayList", &IID_IAMPlayList},  // unconfirmed
-    {"ISpecifyParticularPages", &IID_ISpecifyParticularPages},  // unconfirmed
-    {"IAMRebuild", &IID_IAMRebuild},  // unconfirmed
+    {"IAMMediaContent2", &IID_IAMMediaContent2},
+    {"IAMNetShowPreroll", &IID_IAMNetShowPreroll},
+    {"IDShowPlugin", &IID_IDShowPlugin},
+    {"IAMPlayListItem", &IID_IAMPlayListItem},
+    {"IAMPlayList", &IID_IAMPlayList},
+    {"ISpecifyParticularPages", &IID_ISpecifyParticularPages},
+    {"IAMRebuild", &IID_IAMRebuild},
     {"IDirectDrawVideo", &IID_IDirectDrawVideo},
     {"IQualProp", &IID_IQualProp},
     {"IFullScreenVideo", &IID_IFullScreenVideo},
@@ -537,30 +556,30 @@ inline constexpr InterfaceNameRow kMwInterfaceNameTable[] = {
     {"IMPEG2TuneRequestFactory", &IID_IMPEG2TuneRequestFactory},
     {"IMPEG2TuneRequestSupport", &IID_IMPEG2TuneRequestSupport},
     {"IBroadcastEvent", &IID_IBroadcastEvent},
-    {"IDXBaseObject", &IID_IDXBaseObject},  // unconfirmed
-    {"IDXTransformFactory", &IID_IDXTransformFactory},  // unconfirmed
-    {"IDXTransform", &IID_IDXTransform},  // unconfirmed
-    {"IDXSurfacePick", &IID_IDXSurfacePick},  // unconfirmed
-    {"IDXTBindHost", &IID_IDXTBindHost},  // unconfirmed
-    {"IDXTaskManager", &IID_IDXTaskManager},  // unconfirmed
-    {"IDXSurfaceFactory", &IID_IDXSurfaceFactory},  // unconfirmed
-    {"IDXSurfaceModifier", &IID_IDXSurfaceModifier},  // unconfirmed
-    {"IDXSurface", &IID_IDXSurface},  // unconfirmed
-    {"IDXSurfaceInit", &IID_IDXSurfaceInit},  // unconfirmed
-    {"IDXARGBSurfaceInit", &IID_IDXARGBSurfaceInit},  // unconfirmed
-    {"IDXARGBReadPtr", &IID_IDXARGBReadPtr},  // unconfirmed
-    {"IDXARGBReadWritePtr", &IID_IDXARGBReadWritePtr},  // unconfirmed
-    {"IDXDCLock", &IID_IDXDCLock},  // unconfirmed
-    {"IDXTScaleOutput", &IID_IDXTScaleOutput},  // unconfirmed
-    {"IDXGradient", &IID_IDXGradient},  // unconfirmed
-    {"IDXTScale", &IID_IDXTScale},  // unconfirmed
-    {"IDXEffect", &IID_IDXEffect},  // unconfirmed
-    {"IDXLookupTable", &IID_IDXLookupTable},  // unconfirmed
-    {"IDXRawSurface", &IID_IDXRawSurface},  // unconfirmed
-    {"IHTMLDXTransform", &IID_IHTMLDXTransform},  // unconfirmed
+    {"IDXBaseObject", &IID_IDXBaseObject},
+    {"IDXTransformFactory", &IID_IDXTransformFactory},
+    {"IDXTransform", &IID_IDXTransform},
+    {"IDXSurfacePick", &IID_IDXSurfacePick},
+    {"IDXTBindHost", &IID_IDXTBindHost},
+    {"IDXTaskManager", &IID_IDXTaskManager},
+    {"IDXSurfaceFactory", &IID_IDXSurfaceFactory},
+    {"IDXSurfaceModifier", &IID_IDXSurfaceModifier},
+    {"IDXSurface", &IID_IDXSurface},
+    {"IDXSurfaceInit", &IID_IDXSurfaceInit},
+    {"IDXARGBSurfaceInit", &IID_IDXARGBSurfaceInit},
+    {"IDXARGBReadPtr", &IID_IDXARGBReadPtr},
+    {"IDXARGBReadWritePtr", &IID_IDXARGBReadWritePtr},
+    {"IDXDCLock", &IID_IDXDCLock},
+    {"IDXTScaleOutput", &IID_IDXTScaleOutput},
+    {"IDXGradient", &IID_IDXGradient},
+    {"IDXTScale", &IID_IDXTScale},
+    {"IDXEffect", &IID_IDXEffect},
+    {"IDXLookupTable", &IID_IDXLookupTable},
+    {"IDXRawSurface", &IID_IDXRawSurface},
+    {"IHTMLDXTransform", &IID_IHTMLDXTransform},
     {"IMpegVideoDecoder", nullptr},  // IID not available
-    {"IConfigAsfWriter", &IID_IConfigAsfWriter},  // unconfirmed
-    {"IAMParse", &IID_IAMParse},  // unconfirmed
+    {"IConfigAsfWriter", &IID_IConfigAsfWriter},
+    {"IAMParse", &IID_IAMParse},
     {"IMediaParamInfo", &IID_IMediaParamInfo},
     {"IMediaParams", &IID_IMediaParams},
     {"IMediaBuffer", &IID_IMediaBuffer},
@@ -577,33 +596,33 @@ inline constexpr InterfaceNameRow kMwInterfaceNameTable[] = {
     {"IKsClockPropertySet", &IID_IKsClockPropertySet},
     {"IKsAllocator", &IID_IKsAllocator},
     {"IKsAllocatorEx", &IID_IKsAllocatorEx},
-    {"IKsTopology", &IID_IKsTopology},  // unconfirmed
-    {"IKsAggregateControl", &IID_IKsAggregateControl},  // unconfirmed
+    {"IKsTopology", &IID_IKsTopology},
+    {"IKsAggregateControl", &IID_IKsAggregateControl},
     {"IKsQualityForwarder", &IID_IKsQualityForwarder},
     {"IPropertySetter", &IID_IPropertySetter},
-    {"IDxtCompositor", &IID_IDxtCompositor},  // unconfirmed
-    {"IDxtAlphaSetter", &IID_IDxtAlphaSetter},  // unconfirmed
-    {"IDxtJpeg", &IID_IDxtJpeg},  // unconfirmed
-    {"IDxtKey", &IID_IDxtKey},  // unconfirmed
+    {"IDxtCompositor", &IID_IDxtCompositor},
+    {"IDxtAlphaSetter", &IID_IDxtAlphaSetter},
+    {"IDxtJpeg", &IID_IDxtJpeg},
+    {"IDxtKey", &IID_IDxtKey},
     {"IMediaLocator", &IID_IMediaLocator},
     {"IMediaDet", &IID_IMediaDet},
-    {"IGrfCache", &IID_IGrfCache},  // unconfirmed
-    {"IRenderEngine", &IID_IRenderEngine},  // unconfirmed
-    {"IFindCompressorCB", &IID_IFindCompressorCB},  // unconfirmed
-    {"ISmartRenderEngine", &IID_ISmartRenderEngine},  // unconfirmed
+    {"IGrfCache", &IID_IGrfCache},
+    {"IRenderEngine", &IID_IRenderEngine},
+    {"IFindCompressorCB", &IID_IFindCompressorCB},
+    {"ISmartRenderEngine", &IID_ISmartRenderEngine},
     {"IAMTimelineObj", &IID_IAMTimelineObj},
-    {"IAMTimelineEffectable", &IID_IAMTimelineEffectable},  // unconfirmed
-    {"IAMTimelineEffect", &IID_IAMTimelineEffect},  // unconfirmed
-    {"IAMTimelineTransable", &IID_IAMTimelineTransable},  // unconfirmed
-    {"IAMTimelineSplittable", &IID_IAMTimelineSplittable},  // unconfirmed
-    {"IAMTimelineTrans", &IID_IAMTimelineTrans},  // unconfirmed
+    {"IAMTimelineEffectable", &IID_IAMTimelineEffectable},
+    {"IAMTimelineEffect", &IID_IAMTimelineEffect},
+    {"IAMTimelineTransable", &IID_IAMTimelineTransable},
+    {"IAMTimelineSplittable", &IID_IAMTimelineSplittable},
+    {"IAMTimelineTrans", &IID_IAMTimelineTrans},
     {"IAMTimelineSrc", &IID_IAMTimelineSrc},
-    {"IAMTimelineTrack", &IID_IAMTimelineTrack},  // unconfirmed
-    {"IAMTimelineVirtualTrack", &IID_IAMTimelineVirtualTrack},  // unconfirmed
-    {"IAMTimelineComp", &IID_IAMTimelineComp},  // unconfirmed
+    {"IAMTimelineTrack", &IID_IAMTimelineTrack},
+    {"IAMTimelineVirtualTrack", &IID_IAMTimelineVirtualTrack},
+    {"IAMTimelineComp", &IID_IAMTimelineComp},
     {"IAMTimelineGroup", &IID_IAMTimelineGroup},
     {"IAMTimeline", &IID_IAMTimeline},
-    {"IXml2Dex", &IID_IXml2Dex},  // unconfirmed
+    {"IXml2Dex", &IID_IXml2Dex},
     {"IAMErrorLog", &IID_IAMErrorLog},
     {"IAMSetErrorLog", &IID_IAMSetErrorLog},
     {"ISampleGrabberCB", &IID_ISampleGrabberCB},
@@ -627,14 +646,14 @@ inline constexpr InterfaceNameRow kMwInterfaceNameTable[] = {
     {"IBDA_IPSinkInfo", &IID_IBDA_IPSinkInfo},
     {"IEnumPIDMap", &IID_IEnumPIDMap},
     {"IMPEG2PIDMap", &IID_IMPEG2PIDMap},
-    {"IMPEG2_TIF_CONTROL", nullptr},  // IID not available
-    {"ITuneRequestInfo", nullptr},  // IID not available
-    {"IGuideDataEvent", nullptr},  // IID not available
-    {"IGuideDataProperty", nullptr},  // IID not available
-    {"IEnumGuideDataProperties", nullptr},  // IID not available
-    {"IEnumTuneRequests", nullptr},  // IID not available
-    {"IGuideData", nullptr},  // IID not available
-    {"IGuideDataLoader", nullptr},  // IID not available
+    {"IMPEG2_TIF_CONTROL", &IID_IMPEG2_TIF_CONTROL},
+    {"ITuneRequestInfo", &IID_ITuneRequestInfo},
+    {"IGuideDataEvent", &IID_IGuideDataEvent},
+    {"IGuideDataProperty", &IID_IGuideDataProperty},
+    {"IEnumGuideDataProperties", &IID_IEnumGuideDataProperties},
+    {"IEnumTuneRequests", &IID_IEnumTuneRequests},
+    {"IGuideData", &IID_IGuideData},
+    {"IGuideDataLoader", &IID_IGuideDataLoader},
     {"IVPEConfig", nullptr},  // IID not available
     {"IVPE", nullptr},  // IID not available
     {"IDivXFilterInterface", nullptr},  // IID not available
@@ -652,15 +671,15 @@ inline constexpr InterfaceNameRow kMwInterfaceNameTable[] = {
     {"IVMRSurfaceAllocatorNotify9", &IID_IVMRSurfaceAllocatorNotify9},
     {"IVMRWindowlessControl9", &IID_IVMRWindowlessControl9},
     {"IVMRVideoStreamControl9", &IID_IVMRVideoStreamControl9},
-    {"IEnumStreamBufferRecordingAttrib", nullptr},  // IID not available
-    {"IStreamBufferConfigure", nullptr},  // IID not available
-    {"IStreamBufferInitialize", nullptr},  // IID not available
-    {"IStreamBufferMediaSeeking", nullptr},  // IID not available
-    {"IStreamBufferRecComp", nullptr},  // IID not available
-    {"IStreamBufferRecordControl", nullptr},  // IID not available
-    {"IStreamBufferRecordingAttribute", nullptr},  // IID not available
-    {"IStreamBufferSink", nullptr},  // IID not available
-    {"IStreamBufferSource", nullptr},  // IID not available
+    {"IEnumStreamBufferRecordingAttrib", &IID_IEnumStreamBufferRecordingAttrib},
+    {"IStreamBufferConfigure", &IID_IStreamBufferConfigure},
+    {"IStreamBufferInitialize", &IID_IStreamBufferInitialize},
+    {"IStreamBufferMediaSeeking", &IID_IStreamBufferMediaSeeking},
+    {"IStreamBufferRecComp", &IID_IStreamBufferRecComp},
+    {"IStreamBufferRecordControl", &IID_IStreamBufferRecordControl},
+    {"IStreamBufferRecordingAttribute", &IID_IStreamBufferRecordingAttribute},
+    {"IStreamBufferSink", &IID_IStreamBufferSink},
+    {"IStreamBufferSource", &IID_IStreamBufferSource},
     {"IPersist", &IID_IPersist},
     {"IPersistStream", &IID_IPersistStream},
     {"IPersistFile", &IID_IPersistFile},

@@ -105,6 +105,7 @@ public:
         return TDSBaseInputPin::EnumMediaTypes(e);
     }
     STDMETHODIMP GetAllocator(IMemAllocator** allocator) override {
+        if (OnGetAllocator) OnGetAllocator();
         if (FailGetAllocator) return E_NOTIMPL;
         if (OwnAllocator) {
             std::lock_guard<std::mutex> l(FMutex);
@@ -126,6 +127,7 @@ public:
         return S_OK;
     }
     STDMETHODIMP Receive(IMediaSample* sample) override {
+        if (OnReceive) OnReceive();
         const HRESULT hr = TDSBaseInputPin::Receive(sample);
         LastReceive = hr;
         if (hr != S_OK) return hr;
@@ -169,11 +171,13 @@ public:
         return std::move(Samples);
     }
     // Marks the pin connected to peer without a handshake, for tests of the filter walk.
-    void ForceConnected(IPin* peer) { FConnected = peer; }
+    void ForceConnected(IPin* peer) { SetConnected(peer); }
 
     std::vector<OwnedType> Offered;
     std::function<HRESULT(const AM_MEDIA_TYPE&)> Accept;
-    std::function<HRESULT()> CanBlock;  // the answer of ReceiveCanBlock, when set
+    std::function<HRESULT()> CanBlock;     // the answer of ReceiveCanBlock, when set
+    std::function<void()> OnGetAllocator;  // runs as the output pin chooses the allocator
+    std::function<void()> OnReceive;       // runs on the streaming thread before each sample
     bool FailGetAllocator = false;
     bool RefuseOwnAllocator = false;
     std::atomic<bool> HoldSamples{false};
@@ -257,7 +261,7 @@ public:
         ++RunCalls;
         return RunResult != S_OK ? RunResult : TDSBaseOutputPin::Run(start);
     }
-    void ForceConnected(IPin* peer) { FConnected = peer; }
+    void ForceConnected(IPin* peer) { SetConnected(peer); }
 
     std::vector<OwnedType> Offered;
     std::function<HRESULT(const AM_MEDIA_TYPE&)> Accept;

@@ -253,12 +253,21 @@ TEST_F(FilterCore, APinMissingFromTheWalkPutsTheEnumeratorOutOfSync) {
     EXPECT_EQ(pins->Next(1, got, &fetched), VFW_E_ENUM_OUT_OF_SYNC);
     EXPECT_EQ(fetched, 0u);
     EXPECT_EQ(got[0], nullptr);
-    // Once some pins were handed out, a hole is also an assertion failure.
+    // Once some pins were handed out, a hole is also an assertion failure: reported, and the
+    // pins handed out in the call are taken back.
     object->Hole = 1;
     ASSERT_EQ(pins->Reset(), S_OK);
-    EXPECT_THROW(pins->Next(2, got, &fetched), EAssertionFailed);
-    if (got[0]) got[0]->Release();
+    EXPECT_EQ(pins->Next(2, got, &fetched), VFW_E_ENUM_OUT_OF_SYNC);
+    EXPECT_EQ(got[0], nullptr);
+    EXPECT_EQ(fetched, 0u);
+    EXPECT_EQ(object->Out(0)->PinReferenceCount(), 0);
     object->Hole = -1;
+    // The pin taken back is handed out again by the next walk.
+    ASSERT_EQ(pins->Reset(), S_OK);
+    ASSERT_EQ(pins->Next(2, got, &fetched), S_OK);
+    EXPECT_EQ(got[0], object->Out(0)->AsPin());
+    got[0]->Release();
+    got[1]->Release();
 }
 
 TEST_F(FilterCore, PlainAnswers) {

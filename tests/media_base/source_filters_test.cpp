@@ -461,3 +461,111 @@ TEST(SourceFilters, SendDataFromAllThreeWhileAnotherThreadChangesState) {
     }
     CoUninitialize();
 }
+
+// While the handshake chooses the allocator the peer is already stored: a send then must find
+// the connection not ready rather than retry for an allocator that is not there yet.
+TEST_F(BinarySource, ASendDuringTheHandshakeFindsNoConnection) {
+    Make("Binary", kTestClsid);
+    OwnedType type(MEDIATYPE_Stream, MEDIASUBTYPE_NULL);
+    source->SetMediaType(&type.mt);
+    source->SetFormat(32);
+    const auto data = Pattern(32);
+    std::atomic<bool> done{false}, result{true}, sawPeer{false};
+    std::thread sender;
+    in->OnGetAllocator = [&] {
+        if (sender.joinable()) return;
+        sawPeer = source->Pin()->IsConnected();
+        sender = std::thread([&] {
+            result = source->SendData(data.data(), 32);
+            done = true;
+        });
+        EXPECT_TRUE(WaitUntil([&] { return done.load(); }, std::chrono::seconds(10)));
+    };
+    ASSERT_EQ(Connect(), S_OK);
+    EXPECT_TRUE(sawPeer);
+    if (!done) {
+        ASSERT_EQ(Run(), S_OK);  // lets a send stuck on the old path finish
+    }
+    sender.join();
+    EXPECT_FALSE(result);
+    EXPECT_TRUE(in->TakeSamples().empty());
+}
+
+// A downstream Receive that calls back into a locked method of the source while the source is
+// being disconnected: the disconnect waits for the send with the filter lock released.
+TEST_F(BinarySource, ADisconnectWaitingForASendLetsItsReceiveCallBackIntoTheFilter) {
+    Make("Binary", kTestClsid);
+    OwnedType type(MEDIATYPE_Stream, MEDIASUBTYPE_NULL);
+    source->SetMediaType(&type.mt);
+    source->SetFormat(32);
+    ASSERT_EQ(Connect(), S_OK);
+    ASSERT_EQ(Run(), S_OK);
+    std::atomic<bool> inReceive{false}, calledBack{false}, sent{false}, disconnected{false};
+    std::atomic<HRESULT> callback{E_FAIL}, disconnect{E_FAIL};
+    std::thread caller;
+    in->OnReceive = [&] {
+        if (caller.joinable()) return;
+        inReceive = true;
+        EXPECT_TRUE(WaitUntil([&] { return source->Pin()->Breaking(); }));
+        caller = std::thread([&] {
+            AM_MEDIA_TYPE mt{};
+            callback = source->Pin()->ConnectionMediaType(&mt);  // takes the filter lock
+            DSClearMediaType(&mt);
+            calledBack = true;
+        });
+        EXPECT_TRUE(WaitUntil([&] { return calledBack.load(); }, std::chrono::seconds(5)))
+            << "the disconnect holds the filter lock while it waits for the send";
+    };
+    const auto data = Pattern(32);
+    std::thread sender([&] {
+        source->SendData(data.data(), 32);
+        sent = true;
+    });
+    ASSERT_TRUE(WaitUntil([&] { return inReceive.load(); }));
+    ASSERT_EQ(sourceRef->Stop(), S_OK);
+    std::thread disconnecter([&] {
+        disconnect = source->Pin()->Disconnect();
+        disconnected = true;
+    });
+    EXPECT_TRUE(WaitUntil([&] { return sent.load() && disconnected.load(); }));
+    disconnecter.join();
+    sender.join();
+    caller.join();
+    EXPECT_EQ(callback.load(), S_OK);  // still connected while the send was in flight
+    EXPECT_EQ(disconnect.load(), S_OK);
+    EXPECT_FALSE(source->Pin()->IsConnected());
+}
+
+// Connections made and broken over and over while another thread sends and asks for the peer:
+// every send ends, and (under the thread checker) nothing is read while it is written.
+TEST_F(BinarySource, SendsAndPeerQueriesWhileTheConnectionComesAndGoes) {
+    Make("Binary", kTestClsid);
+    OwnedType type(MEDIATYPE_Stream, MEDIASUBTYPE_NULL);
+    source->SetMediaType(&type.mt);
+    source->SetFormat(16);
+    std::atomic<bool> stop{false};
+    std::atomic<int> sends{0}, delivered{0};
+    std::thread sender([&] {
+        const auto data = Pattern(16);
+        while (!stop) {
+            if (source->SendData(data.data(), 16)) ++delivered;
+            ComPtr<IPin> peer;
+            if (source->Pin()->ConnectedTo(peer.ReleaseAndGetAddressOf()) == S_OK) {
+                EXPECT_EQ(peer.Get(), in->AsPin());
+            }
+            ++sends;
+        }
+    });
+    for (int round = 0; round < 150; ++round) {
+        ASSERT_EQ(Connect(), S_OK);
+        ASSERT_EQ(Run(), S_OK);
+        const int before = sends;
+        ASSERT_TRUE(WaitUntil([&] { return sends.load() > before + 1; }));
+        ASSERT_EQ(GraphStop(sinkRef.Get(), sourceRef.Get()), S_OK);
+        DisconnectBoth(source->Pin()->AsPin(), in->AsPin());
+        ASSERT_FALSE(source->Pin()->IsConnected());
+    }
+    stop = true;
+    sender.join();
+    EXPECT_GT(delivered.load(), 0);
+}

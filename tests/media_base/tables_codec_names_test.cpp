@@ -104,3 +104,18 @@ TEST(AudioCodecName, UnknownTagIsNamedInDecimal) {
     EXPECT_EQ(GQAGetAudioCodecName(0), "Format 0 Unknown");
     EXPECT_EQ(GQAGetAudioCodecName(0x0066), "Format 102 Unknown");  // labelled, but not a row
 }
+
+TEST(VideoCodecTable, NamesTheRegistrantWhereTheRegistryRecordsOne) {
+    // Registrants taken from the registry of FourCC codes; the rows it has no entry for say so.
+    EXPECT_EQ(GQVGetVideoCodecName(Pack("WZCD")), "CORE Co. Ltd. - iScan");
+    EXPECT_EQ(GQVGetVideoCodecName(Pack("S263")), "Sorenson Vision, Inc. - Sorenson Vision H.263");
+    EXPECT_EQ(GQVGetVideoCodecName(Pack("ALPH")),
+              "Ziracom Digital Communications Inc. - ALPH video format");
+    std::set<std::string> unrecorded;
+    for (const auto& row : mw::VideoCodecTable())
+        if (std::strstr(row.name, "registrant not recorded")) unrecorded.insert(row.key);
+    EXPECT_EQ(unrecorded,
+              (std::set<std::string>{"VTC1", "VTC2", "VTC3", "VTC4", "VTC5", "VTC6", "VTC7", "VTC8",
+                                     "VTC9", "YCCK", "ZPG1", "ZPG2", "ZPG3", "ZPG4"}));
+    EXPECT_EQ(GQAGetAudioCodecName(0x0190), "Digital Theatre Systems, Inc. - DTS DS");
+}

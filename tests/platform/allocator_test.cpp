@@ -27,7 +27,48 @@ ComPtr<IMemAllocator> NewAllocator(LONG buffers, LONG size, LONG align = 1, LONG
     return a;
 }
 
+// A sample that no allocator made: every method answers E_NOTIMPL.
+class ForeignSample : public IMediaSample {
+public:
+    STDMETHODIMP QueryInterface(REFIID, void** object) override {
+        *object = nullptr;
+        return E_NOINTERFACE;
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return 1; }
+    STDMETHODIMP_(ULONG) Release() override { return 1; }
+    STDMETHODIMP GetPointer(BYTE**) override { return E_NOTIMPL; }
+    STDMETHODIMP_(LONG) GetSize() override { return 0; }
+    STDMETHODIMP GetTime(REFERENCE_TIME*, REFERENCE_TIME*) override { return E_NOTIMPL; }
+    STDMETHODIMP SetTime(REFERENCE_TIME*, REFERENCE_TIME*) override { return E_NOTIMPL; }
+    STDMETHODIMP IsSyncPoint() override { return E_NOTIMPL; }
+    STDMETHODIMP SetSyncPoint(BOOL) override { return E_NOTIMPL; }
+    STDMETHODIMP IsPreroll() override { return E_NOTIMPL; }
+    STDMETHODIMP SetPreroll(BOOL) override { return E_NOTIMPL; }
+    STDMETHODIMP_(LONG) GetActualDataLength() override { return 0; }
+    STDMETHODIMP SetActualDataLength(LONG) override { return E_NOTIMPL; }
+    STDMETHODIMP GetMediaType(AM_MEDIA_TYPE**) override { return E_NOTIMPL; }
+    STDMETHODIMP SetMediaType(AM_MEDIA_TYPE*) override { return E_NOTIMPL; }
+    STDMETHODIMP IsDiscontinuity() override { return E_NOTIMPL; }
+    STDMETHODIMP SetDiscontinuity(BOOL) override { return E_NOTIMPL; }
+    STDMETHODIMP GetMediaTime(LONGLONG*, LONGLONG*) override { return E_NOTIMPL; }
+    STDMETHODIMP SetMediaTime(LONGLONG*, LONGLONG*) override { return E_NOTIMPL; }
+};
+
 }  // namespace
+
+TEST(MemoryAllocator, ASampleOfAnotherKindIsRefusedWithoutBeingTakenForItsOwn) {
+    // Under the undefined-behaviour checker, taking a foreign object for one of the allocator's
+    // own samples is reported, not only refused.
+    ComPtr<IMemAllocator> a = NewAllocator(2, 64);
+    ASSERT_EQ(a->Commit(), S_OK);
+    ForeignSample foreign;
+    EXPECT_EQ(a->ReleaseBuffer(&foreign), E_INVALIDARG);
+    ComPtr<IMediaSample> own;
+    ASSERT_EQ(a->GetBuffer(own.ReleaseAndGetAddressOf(), nullptr, nullptr, 0), S_OK);
+    EXPECT_EQ(a->ReleaseBuffer(&foreign), E_INVALIDARG);
+    own = nullptr;
+    EXPECT_EQ(a->Decommit(), S_OK);
+}
 
 TEST(MemoryAllocator, IsCreatedThroughTheClassRegistry) {
     ASSERT_TRUE(SUCCEEDED(CoInitialize(nullptr)));
