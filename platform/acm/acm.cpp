@@ -54,6 +54,18 @@ StreamTable& Streams() {
 
 std::mutex gChooserLock;
 FormatChooser gChooser;
+std::mutex gObserverLock;
+StreamCallObserver gObserver;
+
+MMRESULT Observed(StreamCall call) {
+    StreamCallObserver observer;
+    {
+        std::lock_guard g(gObserverLock);
+        observer = gObserver;
+    }
+    if (observer) observer(call);
+    return call.result;
+}
 
 // What a prepared header remembers, in the driver's reserved words: the stream and the
 // lengths it was prepared with.
@@ -88,6 +100,10 @@ namespace mw::acm {
 void SetFormatChooser(FormatChooser chooser) {
     std::lock_guard g(gChooserLock);
     gChooser = std::move(chooser);
+}
+void SetStreamCallObserver(StreamCallObserver observer) {
+    std::lock_guard g(gObserverLock);
+    gObserver = std::move(observer);
 }
 }  // namespace mw::acm
 
@@ -237,9 +253,9 @@ MMRESULT WINAPI acmFormatChooseA(LPACMFORMATCHOOSEA pafmtc) {
     return MMSYSERR_NOERROR;
 }
 
-MMRESULT WINAPI acmStreamOpen(LPHACMSTREAM phas, HACMDRIVER, LPWAVEFORMATEX pwfxSrc,
-                              LPWAVEFORMATEX pwfxDst, LPWAVEFILTER pwfltr, DWORD_PTR, DWORD_PTR,
-                              DWORD fdwOpen) {
+namespace {
+MMRESULT OpenStream(LPHACMSTREAM phas, LPWAVEFORMATEX pwfxSrc, LPWAVEFORMATEX pwfxDst,
+                    LPWAVEFILTER pwfltr, DWORD fdwOpen) {
     const bool query = fdwOpen & ACM_STREAMOPENF_QUERY;
     if (phas) *phas = nullptr;
     if ((!phas && !query) || !pwfxSrc || !pwfxDst) return MMSYSERR_INVALPARAM;
@@ -257,10 +273,22 @@ MMRESULT WINAPI acmStreamOpen(LPHACMSTREAM phas, HACMDRIVER, LPWAVEFORMATEX pwfx
     *phas = Streams().Add(std::move(stream));
     return MMSYSERR_NOERROR;
 }
+}  // namespace
+
+MMRESULT WINAPI acmStreamOpen(LPHACMSTREAM phas, HACMDRIVER, LPWAVEFORMATEX pwfxSrc,
+                              LPWAVEFORMATEX pwfxDst, LPWAVEFILTER pwfltr, DWORD_PTR, DWORD_PTR,
+                              DWORD fdwOpen) {
+    const MMRESULT r = OpenStream(phas, pwfxSrc, pwfxDst, pwfltr, fdwOpen);
+    return Observed({StreamCall::Open, phas ? *phas : nullptr, fdwOpen, r,
+                     WORD(pwfxSrc ? pwfxSrc->wFormatTag : 0),
+                     WORD(pwfxDst ? pwfxDst->wFormatTag : 0)});
+}
 
 MMRESULT WINAPI acmStreamClose(HACMSTREAM has, DWORD fdwClose) {
-    if (fdwClose) return MMSYSERR_INVALFLAG;
-    return Streams().Remove(has) ? MMSYSERR_NOERROR : MMSYSERR_INVALHANDLE;
+    const MMRESULT r = fdwClose                ? MMSYSERR_INVALFLAG
+                       : Streams().Remove(has) ? MMSYSERR_NOERROR
+                                               : MMSYSERR_INVALHANDLE;
+    return Observed({StreamCall::Close, has, fdwClose, r, 0, 0});
 }
 
 MMRESULT WINAPI acmStreamSize(HACMSTREAM has, DWORD cbInput, LPDWORD pdwOutputBytes,
@@ -302,7 +330,8 @@ MMRESULT WINAPI acmStreamUnprepareHeader(HACMSTREAM has, LPACMSTREAMHEADER pash,
     return MMSYSERR_NOERROR;
 }
 
-MMRESULT WINAPI acmStreamConvert(HACMSTREAM has, LPACMSTREAMHEADER pash, DWORD fdwConvert) {
+namespace {
+MMRESULT ConvertStream(HACMSTREAM has, LPACMSTREAMHEADER pash, DWORD fdwConvert) {
     const auto s = Streams().Find(has);
     if (!s) return MMSYSERR_INVALHANDLE;
     if (!HeaderOk(pash)) return MMSYSERR_INVALPARAM;
@@ -322,4 +351,10 @@ MMRESULT WINAPI acmStreamConvert(HACMSTREAM has, LPACMSTREAMHEADER pash, DWORD f
                          pash->cbSrcLengthUsed, pash->cbDstLengthUsed);
     pash->fdwStatus |= ACMSTREAMHEADER_STATUSF_DONE;
     return r;
+}
+}  // namespace
+
+MMRESULT WINAPI acmStreamConvert(HACMSTREAM has, LPACMSTREAMHEADER pash, DWORD fdwConvert) {
+    return Observed(
+        {StreamCall::Convert, has, fdwConvert, ConvertStream(has, pash, fdwConvert), 0, 0});
 }

@@ -18,6 +18,18 @@ using FormatChooser = std::function<MMRESULT(ACMFORMATCHOOSEA& pafmtc)>;
 // ACMERR_CANCELED, as a user who closes the dialog). Any thread.
 void SetFormatChooser(FormatChooser chooser);
 
+// What a stream call did, for those who watch the manager at work (tests, diagnostics).
+struct StreamCall {
+    enum Kind { Open, Convert, Close } kind;
+    HACMSTREAM stream;  // the new stream for Open (null when it failed)
+    DWORD flags;        // fdwOpen, fdwConvert or fdwClose
+    MMRESULT result;
+    WORD srcTag, dstTag;  // of an Open
+};
+using StreamCallObserver = std::function<void(const StreamCall& call)>;
+// Installs the observer (empty removes it). It runs on the calling thread, after the call.
+void SetStreamCallObserver(StreamCallObserver observer);
+
 // Bytes of a format block: 18 + cbSize; 18 for integer PCM, whose cbSize the platform ignores.
 // 0 for null.
 DWORD FormatBlockSize(const WAVEFORMATEX* format);
