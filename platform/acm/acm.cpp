@@ -241,7 +241,8 @@ MMRESULT WINAPI acmFormatChooseA(LPACMFORMATCHOOSEA pafmtc) {
     if (const MMRESULT r = chooser(*pafmtc)) return r;
     Format chosen;
     if (ReadFormat(pafmtc->pwfx, chosen) != MMSYSERR_NOERROR ||
-        FormatBlockSize(pafmtc->pwfx) > pafmtc->cbwfx)
+        FormatBlockSize(pafmtc->pwfx) > pafmtc->cbwfx ||
+        sizeof(WAVEFORMATEX) + pafmtc->pwfx->cbSize > pafmtc->cbwfx)
         return MMSYSERR_INVALPARAM;
     CopyName(pafmtc->szFormatTag, sizeof pafmtc->szFormatTag, chosen.info->name);
     char text[ACMFORMATDETAILS_FORMAT_CHARS];
