@@ -150,6 +150,11 @@ inline std::vector<uint8_t> Suggest(WORD tag, int channels, int rate, MMRESULT* 
     return block;
 }
 
+inline std::vector<uint8_t> BlockOfWfx(const WAVEFORMATEX& f) {
+    const auto* p = reinterpret_cast<const uint8_t*>(&f);
+    return std::vector<uint8_t>(p, p + mw::acm::FormatBlockSize(&f));
+}
+
 inline const WAVEFORMATEX* Wfx(const std::vector<uint8_t>& block) {
     return reinterpret_cast<const WAVEFORMATEX*>(block.data());
 }
