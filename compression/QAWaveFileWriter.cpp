@@ -91,6 +91,20 @@ uint64_t TQAWaveFileWriter::DataBytes() const {
 }
 
 void TQAWaveFileWriter::Dispatch(IQWNotifyOperation* op) {
+    if (auto* request = op->InstanceAs<TQWPumpRequestOperation>()) {
+        constexpr uint32_t kPriority = 1;
+        if (FPullsSource && !(request->Kind == TQWPumpRequestOperation::KindClaimed &&
+                              request->Priority >= kPriority)) {
+            request->Master = this;
+            request->Priority = kPriority;
+            request->Kind = TQWPumpRequestOperation::KindClaimed;
+        }
+        return;
+    }
+    if (op->IsType<TQWStartPumpOperation>()) {
+        FPumping = FPullsSource.load();
+        return;
+    }
     std::unique_lock g(FFileLock);
     if (auto* start = op->InstanceAs<TQAStartAudioCompressionOperation>()) {
         if (start->Format) Open(start->Format);
@@ -110,6 +124,7 @@ void TQAWaveFileWriter::Dispatch(IQWNotifyOperation* op) {
             FDataBytes += n;
         }
     } else if (op->IsType<TQWStopOperation>() || op->IsType<TQSInternalStopOperation>()) {
+        FPumping = false;
         if (FFile) {
             Complete();
             FFinished = true;

@@ -31,6 +31,15 @@ public:
     void SetOnError(TQSErrorEvent e);
     void Error(const std::string& text, uint32_t code);
 
+    // With PullsSource the writer claims the pump of the streams it gets, and the source waits
+    // to be pulled: PullNext asks it for one more buffer (on the caller's thread), so a file
+    // is written as fast as the source and the chain before it go.
+    void SetPullsSource(bool value) { FPullsSource = value; }
+    bool PullsSource() const { return FPullsSource.load(); }
+    // True once the source said it is ready to be pulled, until the stream's stop.
+    bool Pumping() const { return FPumping.load(); }
+    void PullNext() { FInputPin.MasterPump(this); }
+
     // A stream was written whole (its stop arrived) since the last start.
     bool Finished() const { return FFinished.load(); }
     uint64_t DataBytes() const;
@@ -57,6 +66,8 @@ private:
     long FDataAt = 0;   // offset of the data chunk's size
     uint64_t FDataBytes = 0;
     std::atomic<bool> FFinished{false};
+    std::atomic<bool> FPullsSource{false};
+    std::atomic<bool> FPumping{false};
 };
 
 namespace QAWaveFileWriter {
