@@ -239,10 +239,10 @@ MMRESULT WINAPI acmFormatChooseA(LPACMFORMATCHOOSEA pafmtc) {
     }
     if (!chooser) return ACMERR_CANCELED;
     if (const MMRESULT r = chooser(*pafmtc)) return r;
+    // The size first: a choice whose cbSize runs past the block is not read at all.
     Format chosen;
-    if (ReadFormat(pafmtc->pwfx, chosen) != MMSYSERR_NOERROR ||
-        FormatBlockSize(pafmtc->pwfx) > pafmtc->cbwfx ||
-        sizeof(WAVEFORMATEX) + pafmtc->pwfx->cbSize > pafmtc->cbwfx)
+    if (sizeof(WAVEFORMATEX) + pafmtc->pwfx->cbSize > pafmtc->cbwfx ||
+        ReadFormat(pafmtc->pwfx, chosen) != MMSYSERR_NOERROR)
         return MMSYSERR_INVALPARAM;
     CopyName(pafmtc->szFormatTag, sizeof pafmtc->szFormatTag, chosen.info->name);
     char text[ACMFORMATDETAILS_FORMAT_CHARS];

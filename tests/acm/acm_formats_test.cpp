@@ -285,6 +285,13 @@ TEST_F(AcmChooser, TheInstalledChooserAnswersAndIsChecked) {
         return MMSYSERR_NOERROR;
     });
     EXPECT_EQ(acmFormatChooseA(&c), MMSYSERR_INVALPARAM);
+    // A cbSize running past the block is refused before the block is read.
+    mw::acm::SetFormatChooser([](ACMFORMATCHOOSEA& c) {
+        c.pwfx->wFormatTag = WAVE_FORMAT_IMA_ADPCM;
+        c.pwfx->cbSize = 4000;
+        return MMSYSERR_NOERROR;
+    });
+    EXPECT_EQ(acmFormatChooseA(&c), MMSYSERR_INVALPARAM);
     mw::acm::SetFormatChooser([](ACMFORMATCHOOSEA&) { return ACMERR_CANCELED; });
     EXPECT_EQ(acmFormatChooseA(&c), ACMERR_CANCELED);
 }
