@@ -10,6 +10,8 @@ packages=(
     libavcodec-dev libavformat-dev libavutil-dev libswresample-dev libavfilter-dev
     libgsf-1-dev libasio-dev libpugixml-dev libcli11-dev
     python3 python3-olefile
+    # independent decoders the tests compare our files with
+    ffmpeg sox
 )
 
 missing=()
