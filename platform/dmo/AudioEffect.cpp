@@ -425,8 +425,7 @@ STDMETHODIMP AudioEffect::Clone(IMediaObjectInPlace** ppMediaObject) {
 STDMETHODIMP AudioEffect::GetLatency(REFERENCE_TIME* pLatencyTime) {
     if (!pLatencyTime) return E_POINTER;
     std::lock_guard g(FMutex);
-    *pLatencyTime =
-        FRate ? static_cast<REFERENCE_TIME>(LatencyFrames() * kReferenceRate / FRate) : 0;
+    *pLatencyTime = Latency();
     return S_OK;
 }
 

@@ -129,8 +129,8 @@ protected:
     virtual void Update() = 0;
     // Processes interleaved frames in place, with the parameters as they are now.
     virtual void Run(float* data, uint32_t frames) = 0;
-    // Latency the effect adds, in frames.
-    virtual uint32_t LatencyFrames() const { return 0; }
+    // Latency the effect adds, in 100 ns units; known before the stream has a type.
+    virtual REFERENCE_TIME Latency() const { return 0; }
     // A new effect of the same class, with the default values.
     virtual AudioEffect* NewInstance() const = 0;
 

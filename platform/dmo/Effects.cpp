@@ -312,7 +312,7 @@ protected:
         FSlope = 1.0 - 1.0 / Param(4);
         FLookAhead = static_cast<size_t>(std::lround(Param(5) * Rate() / 1000.0));
     }
-    uint32_t LatencyFrames() const override { return static_cast<uint32_t>(FLookAhead); }
+    REFERENCE_TIME Latency() const override { return std::llround(Param(5) * 10000.0); }
     void Run(float* data, uint32_t frames) override {
         const int channels = Channels();
         for (uint32_t f = 0; f < frames; ++f) {
