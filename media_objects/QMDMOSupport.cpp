@@ -668,6 +668,11 @@ IMediaObject* TQMDMOFilter::GetVC_MediaObject() {
     return GetMediaObject().Detach();
 }
 
+ComPtr<IMediaObject> TQMDMOFilter::GetOpenObject() const {
+    TLockGuard g = Lock()->AcquireRead();
+    return FMediaObject;
+}
+
 ComPtr<IMediaObjectInPlace> TQMDMOFilter::GetObjectInPlace() const {
     TLockGuard g = Lock()->AcquireRead();
     return FObjectInPlace;

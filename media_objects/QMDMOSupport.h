@@ -511,7 +511,8 @@ public:
     ComPtr<IMediaObject> GetMediaObject();
     // The object with one reference added for the caller to release; null if none.
     IMediaObject* GetVC_MediaObject();
-    // The in-place side of the open object (null when closed).
+    // The open object and its in-place side, without creating one (null when closed).
+    ComPtr<IMediaObject> GetOpenObject() const;
     ComPtr<IMediaObjectInPlace> GetObjectInPlace() const;
     // The latency of the object in 100 ns units; 0 when it can't be opened.
     int64_t GetLatency();
