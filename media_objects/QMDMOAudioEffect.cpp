@@ -76,7 +76,7 @@ bool TQMDMOAudioEffect::Enabled() const {
 }
 
 void TQMDMOAudioEffect::SetEnabled(bool value) {
-    Setters().Setter(FEnabled, value, Notifier());
+    Setters().Setter(FEnabled, value, Notifier(), true);
 }
 
 void TQMDMOAudioEffect::SetOnWarning(TQSWarningEvent e) {
@@ -159,8 +159,9 @@ void TQMDMOAudioEffect::StartStream(const TQAWaveFormatExtensible& format) {
     FEffect->Open();
     bool warn = false;
     {
-        // The component lock first, then the stream's own section.
-        TLockGuard lock = ComponentLock()->AcquireRead();
+        // The component lock first, then the stream's own section. Exclusive, since giving the
+        // object its values updates what the parameters know of it.
+        TLockGuard lock = ComponentLock()->AcquireWrite();
         std::lock_guard g(FStreamMutex);
         ComPtr<IMediaObject> object = FEffect->GetOpenObject();
         FFormat = format;
@@ -181,7 +182,7 @@ void TQMDMOAudioEffect::ProcessBuffer(IQSData* data) {
     bool warn = false;
     uint32_t bits = 0;
     {
-        TLockGuard lock = ComponentLock()->AcquireRead();
+        TLockGuard lock = ComponentLock()->AcquireWrite();
         std::lock_guard g(FStreamMutex);
         ComPtr<IMediaObject> object = FEffect->GetOpenObject();
         ComPtr<IMediaObjectInPlace> inPlace = FEffect->GetObjectInPlace();

@@ -82,7 +82,7 @@ TQMDMOEnvilopeStartMode TQMDMOBasicEnvelopeStartValue::StartMode() const {
 
 void TQMDMOBasicEnvelopeStartValue::SetStartMode(TQMDMOEnvilopeStartMode value) {
     if (value > semDefaultValue) return;
-    Setters().Setter(FStartMode, value, Notifier());
+    Setters().Setter(FStartMode, value, Notifier(), true);
 }
 
 void TQMDMOBasicEnvelopeStartValue::Publish(TPropertyList& p) {
@@ -98,7 +98,7 @@ float TQMDMOFloatEnvelopeStartValue::StartValue() const {
 }
 
 void TQMDMOFloatEnvelopeStartValue::SetStartValue(float value) {
-    Setters().Setter(FStartValue, value, Notifier());
+    Setters().Setter(FStartValue, value, Notifier(), true);
 }
 
 void TQMDMOFloatEnvelopeStartValue::Publish(TPropertyList& p) {
@@ -112,7 +112,7 @@ int32_t TQMDMOIntegerEnvelopeStartValue::StartValue() const {
 }
 
 void TQMDMOIntegerEnvelopeStartValue::SetStartValue(int32_t value) {
-    Setters().Setter(FStartValue, value, Notifier());
+    Setters().Setter(FStartValue, value, Notifier(), true);
 }
 
 void TQMDMOIntegerEnvelopeStartValue::SetSingleStartValue(float value) {
@@ -131,7 +131,7 @@ bool TQMDMOBooleanEnvelopeStartValue::StartValue() const {
 }
 
 void TQMDMOBooleanEnvelopeStartValue::SetStartValue(bool value) {
-    Setters().Setter(FStartValue, value, Notifier());
+    Setters().Setter(FStartValue, value, Notifier(), true);
 }
 
 void TQMDMOBooleanEnvelopeStartValue::Publish(TPropertyList& p) {
@@ -151,7 +151,7 @@ int64_t TQMDMOBasicEnvelopeItem::StartTime() const {
 }
 
 void TQMDMOBasicEnvelopeItem::SetStartTime(int64_t value) {
-    Setters().Setter(FStartTime, value, Notifier());
+    Setters().Setter(FStartTime, value, Notifier(), true);
 }
 
 int64_t TQMDMOBasicEnvelopeItem::Length() const {
@@ -160,7 +160,7 @@ int64_t TQMDMOBasicEnvelopeItem::Length() const {
 }
 
 void TQMDMOBasicEnvelopeItem::SetLength(int64_t value) {
-    Setters().Setter(FLength, value, Notifier());
+    Setters().Setter(FLength, value, Notifier(), true);
 }
 
 TQMDMOCurveType TQMDMOBasicEnvelopeItem::CurveType() const {
@@ -172,7 +172,7 @@ void TQMDMOBasicEnvelopeItem::SetCurveType(TQMDMOCurveType value) {
     auto* items = dynamic_cast<TQMDMOBasicEnvelopeItems*>(Collection());
     const TQMDMOCurves available = items ? items->AvailableCurves() : kQMDMOAllCurves;
     if (value > ctSine || !(available & (1u << value))) return;
-    Setters().Setter(FCurveType, value, Notifier());
+    Setters().Setter(FCurveType, value, Notifier(), true);
 }
 
 std::string TQMDMOBasicEnvelopeItem::GetDisplayName() const {
@@ -239,7 +239,7 @@ bool TQMDMOBasicParameterEnvelope::Enabled() const {
 }
 
 void TQMDMOBasicParameterEnvelope::SetEnabled(bool value) {
-    Setters().Setter(FEnabled, value, Notifier());
+    Setters().Setter(FEnabled, value, Notifier(), true);
 }
 
 void TQMDMOBasicParameterEnvelope::Publish(TPropertyList& p) {
@@ -279,7 +279,7 @@ TQMDMOCurves TQMDMOParameter::CurvesOf(const MP_PARAMINFO& info) const {
 }
 
 void TQMDMOParameter::SetSingleValue(float value) {
-    Setters().Setter(FValue, value, ValueChanged());
+    Setters().Setter(FValue, value, ValueChanged(), true);
 }
 
 float TQMDMOParameter::GetSingleValue() const {
@@ -319,7 +319,7 @@ int32_t TQMDMOBasicIntegerParameter::Value() const {
 
 void TQMDMOBasicIntegerParameter::SetValue(int32_t value) {
     Setters().Setter(FValue, static_cast<float>(std::clamp(value, IntMin(), IntMax())),
-                     ValueChanged());
+                     ValueChanged(), true);
 }
 
 void TQMDMOBasicIntegerParameter::SetStringValue(const std::string& text) {
@@ -347,7 +347,7 @@ TQMDMOFloatParameter::TQMDMOFloatParameter(IChangeNotifyLock* lock)
       FEnvelope(new TQMDMOFloatParameterEnvelope(this, lock, kQMDMOAllCurves)) {}
 
 void TQMDMOFloatParameter::SetValue(float value) {
-    Setters().SetterMinMax(FValue, value, FMin, FMax, ValueChanged());
+    Setters().SetterMinMax(FValue, value, FMin, FMax, ValueChanged(), true);
 }
 
 void TQMDMOFloatParameter::SetStringValue(const std::string& text) {
@@ -605,7 +605,8 @@ TQMDMOTimeMode TQMDMOEnvelopeTimeFormat::Mode() const {
 
 void TQMDMOEnvelopeTimeFormat::SetMode(TQMDMOTimeMode value) {
     if (value > etfSamples) return;
-    Setters().Setter(FMode, value, [this] { FOwnerFilter->AplyMode(); });
+    Setters().Setter(
+        FMode, value, [this] { FOwnerFilter->AplyMode(); }, true);
 }
 
 uint32_t TQMDMOEnvelopeTimeFormat::Units() const {
@@ -614,7 +615,8 @@ uint32_t TQMDMOEnvelopeTimeFormat::Units() const {
 }
 
 void TQMDMOEnvelopeTimeFormat::SetUnits(uint32_t value) {
-    Setters().Setter(FUnits, value, [this] { FOwnerFilter->AplyMode(); });
+    Setters().Setter(
+        FUnits, value, [this] { FOwnerFilter->AplyMode(); }, true);
 }
 
 void TQMDMOEnvelopeTimeFormat::Publish(TPropertyList& p) {
@@ -751,8 +753,8 @@ void TQMDMOFilter::SetDmoName(const std::string& name) {
     TLockGuard g = Lock()->AcquireWrite();
     if (name == FDmoName) return;
     ReleaseObjects();
-    Setters().Setter(FDmoName, name, Notifier());
-    Setters().Setter(FDmoClassID, ClassIdFromName(name));
+    Setters().Setter(FDmoName, name, Notifier(), true);
+    Setters().Setter(FDmoClassID, ClassIdFromName(name), {}, true);
     Open();
 }
 
@@ -793,13 +795,13 @@ void TQMDMOFilter::AplyModeInt(IMediaParams* params) {
 }
 
 void TQMDMOFilter::AplyMode() {
-    TLockGuard g = Lock()->AcquireRead();
+    TLockGuard g = Lock()->AcquireWrite();
     if (!FMediaObject) return;
     if (ComPtr<IMediaParams> params = FMediaObject.As<IMediaParams>()) AplyModeInt(params.Get());
 }
 
 void TQMDMOFilter::AplyParam(int index, TQMDMOParameter* parameter) {
-    TLockGuard g = Lock()->AcquireRead();
+    TLockGuard g = Lock()->AcquireWrite();
     if (!FMediaObject || !parameter) return;
     if (ComPtr<IMediaParams> params = FMediaObject.As<IMediaParams>())
         params->SetParam(static_cast<DWORD>(index), parameter->GetSingleValue());
@@ -840,14 +842,16 @@ void TQMDMOFilter::AplyEnvelopeInt(IMediaParams* params, int index, TQMDMOParame
 }
 
 void TQMDMOFilter::AplyEnvelope(int index, TQMDMOParameter* parameter) {
-    TLockGuard g = Lock()->AcquireRead();
+    // Exclusive: the parameters keep the span they gave the object.
+    TLockGuard g = Lock()->AcquireWrite();
     if (!FMediaObject || !parameter) return;
     if (ComPtr<IMediaParams> params = FMediaObject.As<IMediaParams>())
         AplyEnvelopeInt(params.Get(), index, parameter);
 }
 
 void TQMDMOFilter::AplyParams() {
-    TLockGuard g = Lock()->AcquireRead();
+    // Exclusive: the parameters keep the span they gave the object.
+    TLockGuard g = Lock()->AcquireWrite();
     if (!FMediaObject) return;
     ComPtr<IMediaParams> params = FMediaObject.As<IMediaParams>();
     if (!params) return;
@@ -873,8 +877,8 @@ void TQMDMOFilter::DefineProperties(TFiler& filer) {
             TLockGuard g = Lock()->AcquireWrite();
             // Nothing is looked up: the class and the name are taken as saved.
             if (id != FDmoClassID || name != FDmoName) ReleaseObjects();
-            Setters().Setter(FDmoClassID, id);
-            Setters().Setter(FDmoName, name, Notifier());
+            Setters().Setter(FDmoClassID, id, {}, true);
+            Setters().Setter(FDmoName, name, Notifier(), true);
             Open();
         },
         [this](TWriter& w) {

@@ -9,7 +9,8 @@
 // values then wait in a storage list and are applied, matched by position, once an object
 // with parameters is open.
 //
-// Threads: all setters run under the owner's lock (SetDmoName holds it for the whole change);
+// Threads: all setters run under the owner's lock, exclusively, since a streaming thread reads
+// the values under it (SetDmoName holds it for the whole change);
 // the platform calls that write parameters run on the caller's thread. The media object itself
 // is safe to use from a streaming thread while parameters are written. Creating an object
 // needs an initialised apartment on the calling thread (CoInitialize).
@@ -160,7 +161,7 @@ public:
         TLockGuard g = Lock()->AcquireRead();
         return FEndValue;
     }
-    void SetEndValue(V value) { Setters().Setter(FEndValue, value, Notifier()); }
+    void SetEndValue(V value) { Setters().Setter(FEndValue, value, Notifier(), true); }
 
     float GetStartValue() const override { return FStartValue->GetSingleStartValue(); }
     float GetEndValue() const override { return static_cast<float>(EndValue()); }
