@@ -1,5 +1,9 @@
 // mediawire play: decodes an audio file with FFmpeg (or generates the test tone) and plays it
 // through a wave output with a progress line, until its end, a failure or a signal.
+
+// Before <fcntl.h>, whose LOCK_WRITE macro would break the platform's storage declarations.
+#include "Effects.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -31,6 +35,7 @@ struct PlayOptions {
     std::string Output;  // the file "WAV File Output" writes
     uint32_t Prefill = 300;
     bool Pump = false;
+    std::string Effect;  // NAME[:param=value,...]; empty: none
 };
 
 // "m:ss.d"; tenths truncated.
@@ -80,7 +85,15 @@ int PlayFile(const std::string& file, const std::string& shownName, const std::s
     src->SetFileName(file);
     // The source may run ahead of what was heard by the prefill and half a second more.
     src->SetPushLead(o.Prefill + 500);
-    QWConnect(src->OutputPin(), *out->InputPin());
+    TQMDMOAudioEffect* effect = nullptr;
+    if (!o.Effect.empty()) {
+        effect = CreateEffect(form.get(), o.Effect);
+        effect->SetOnWarning([](TObject*, const std::string& text, uint32_t) { Warn(text); });
+        QWConnect(src->OutputPin(), effect->InputPin());
+        QWConnect(effect->OutputPin(), *out->InputPin());
+    } else {
+        QWConnect(src->OutputPin(), *out->InputPin());
+    }
     QWConnect(*out->ClockOutputPin(), src->ClockPin());
 
     src->Start();
@@ -99,7 +112,8 @@ int PlayFile(const std::string& file, const std::string& shownName, const std::s
     }
     Say("Playing '" + shownName + "' (" +
         DescribeFormat(src->GetSourceInfo(), src->GetWaveFormat()) + ") on \"" + shownDevice +
-        "\"" + (src->IsPumped() ? ", pulled by the output" : ""));
+        "\"" + (effect ? " through " + effect->Effect()->DmoName() : "") +
+        (src->IsPumped() ? ", pulled by the output" : ""));
 
     ProgressLine progress;
     auto showProgress = [&] {
@@ -154,6 +168,9 @@ int Play(const PlayOptions& o) {
         Say("Writing '" + o.Output + "'");
     }
 
+    // Effects are media objects, created in this thread's apartment.
+    std::optional<EffectScope> com;
+    if (!o.Effect.empty()) com.emplace();
     int result;
     if (o.ToneSeconds > 0) {
         TonePipe tone(o.ToneSeconds);
@@ -184,6 +201,11 @@ CommandRun Define(CLI::App& command) {
         .add_option("--prefill", o->Prefill, "Audio buffered before playing starts (default 300)")
         ->type_name("MS")
         ->check(CLI::Range(0, 10000));
+    command
+        .add_option("--effect,-e", o->Effect,
+                    "Run the audio through an effect, as 'mediawire effects' lists them, with "
+                    "settings: Echo:LeftDelay=250,Feedback=40")
+        ->type_name("NAME[:PARAM=VALUE,...]");
     command.add_flag("--pump", o->Pump,
                      "Let the output pull buffers from the decoder at the device's pace");
     return [o] { return Play(*o); };
