@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -65,6 +66,9 @@ void WriteToneFile(const std::string& path, double seconds) {
     const ToneWave tone(seconds);
     FILE* file = std::fopen(path.c_str(), "wb");
     if (!file) throw Failure("cannot write '" + path + "': " + std::strerror(errno));
+    // Only a regular file is a partial result to take away; never a FIFO or a device.
+    struct stat st {};
+    const bool removable = fstat(fileno(file), &st) == 0 && S_ISREG(st.st_mode);
     std::string chunk = tone.Header();
     bool ok = true;
     for (uint32_t f = 0; ok && !Interrupted(); f += kChunkFrames) {
@@ -76,7 +80,7 @@ void WriteToneFile(const std::string& path, double seconds) {
     const int writeError = ok ? 0 : errno;
     const bool closed = std::fclose(file) == 0;
     if (ok && closed && !Interrupted()) return;
-    std::remove(path.c_str());
+    if (removable) std::remove(path.c_str());
     if (Interrupted()) return;
     throw Failure("cannot write '" + path + "': " + std::strerror(writeError ? writeError : EIO));
 }

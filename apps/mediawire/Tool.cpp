@@ -72,8 +72,12 @@ void InstallSignalHandlers() {
     sigemptyset(&sa.sa_mask);
     // No SA_RESTART: a blocking open or read (a FIFO without a writer) returns EINTR.
     sa.sa_flags = 0;
-    for (int s : {SIGINT, SIGTERM, SIGHUP})
+    for (int s : {SIGINT, SIGTERM, SIGHUP}) {
+        // A hang-up that was ignored when the tool started (nohup) stays ignored.
+        struct sigaction old {};
+        if (s == SIGHUP && sigaction(s, nullptr, &old) == 0 && old.sa_handler == SIG_IGN) continue;
         sigaction(s, &sa, nullptr);
+    }
 }
 
 int InterruptSignal() {

@@ -34,13 +34,21 @@ int main(int argc, char** argv) {
         "Exit codes: 0 done, 1 failure, 2 usage error, 128 + signal when stopped by a\n"
         "signal (130 for Ctrl-C).");
 
+    // Where to read the usage: the help of the command given, if one was.
+    auto PointToHelp = [&app] {
+        const auto parsed = app.get_subcommands();
+        Complain("run 'mediawire " +
+                 (parsed.empty() ? std::string() : parsed[0]->get_name() + " ") +
+                 "--help' for the usage");
+    };
+
     // The first word that is not an option names the command.
     for (int i = 1; i < argc; ++i) {
         const std::string word = argv[i];
         if (word.empty() || word[0] == '-') continue;
         if (!known.count(word)) {
             Complain("unknown command '" + word + "' (commands: " + commandNames + ")");
-            Complain("run 'mediawire --help' for the usage");
+            PointToHelp();
             return kExitUsage;
         }
         break;
@@ -52,20 +60,16 @@ int main(int argc, char** argv) {
         // --help and --version are "errors" with exit code 0.
         if (e.get_exit_code() == 0) return app.exit(e);
         Complain(e.what());
-        const auto parsed = app.get_subcommands();
-        Complain("run 'mediawire " +
-                 (parsed.empty() ? std::string() : parsed[0]->get_name() + " ") +
-                 "--help' for the usage");
+        PointToHelp();
         return kExitUsage;
     }
 
     try {
-        if (!chosen) return kExitUsage;
+        if (!chosen) throw UsageError("no command was given");
         return chosen();
     } catch (const UsageError& e) {
         Complain(e.what());
-        Complain("run 'mediawire " + app.get_subcommands()[0]->get_name() +
-                 " --help' for the usage");
+        PointToHelp();
         return kExitUsage;
     } catch (const Failure& e) {
         Complain(e.what());

@@ -23,6 +23,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -43,6 +44,55 @@ std::mutex& GsfMutex() {
     static std::mutex m;
     return m;
 }
+
+// libgsf reports damaged input through GLib's log: warnings, and criticals from its own
+// assertions on bad data (which abort the process under G_DEBUG=fatal-criticals). While this
+// file runs libgsf on a thread, the messages of libgsf's domains on that thread are taken as
+// the reader's verdict instead of being printed: a critical means the file is damaged. Every
+// other message (another thread, another library, GLib's own) goes on to the handling the
+// process had, fatal or not.
+thread_local int tGsfCriticals = -1;  // -1: this thread is not in a libgsf call of ours
+// The default handler the process had (its data is not known to GLib's API, so none is passed).
+std::atomic<GLogFunc> gPreviousLogHandler{nullptr};
+
+bool IsGsfMessage(const gchar* domain) {
+    return tGsfCriticals >= 0 && (!domain || std::strncmp(domain, "libgsf", 6) == 0);
+}
+
+void OnLogMessage(const gchar* domain, GLogLevelFlags level, const gchar* message, gpointer) {
+    if (IsGsfMessage(domain)) {
+        if (level & (G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_ERROR)) ++tGsfCriticals;
+        return;
+    }
+    const GLogFunc previous = gPreviousLogHandler.load();
+    (previous ? previous : g_log_default_handler)(domain, level, message, nullptr);
+}
+
+gboolean OnFatalLogMessage(const gchar* domain, GLogLevelFlags, const gchar*, gpointer) {
+    return !IsGsfMessage(domain);
+}
+
+// One libgsf call sequence of this file: holds the process-wide libgsf lock and collects
+// libgsf's complaints on this thread.
+class GsfCall {
+public:
+    GsfCall() : lock_(GsfMutex()) {
+        static std::once_flag once;
+        std::call_once(once, [] {
+            gPreviousLogHandler = g_log_set_default_handler(OnLogMessage, nullptr);
+            // GLib asks it only about fatal messages: all but libgsf's own still abort.
+            g_test_log_set_fatal_handler(OnFatalLogMessage, nullptr);
+        });
+        tGsfCriticals = 0;
+    }
+    ~GsfCall() { tGsfCriticals = -1; }
+    GsfCall(const GsfCall&) = delete;
+    GsfCall& operator=(const GsfCall&) = delete;
+    bool SawDamage() const { return tGsfCriticals > 0; }
+
+private:
+    std::lock_guard<std::mutex> lock_;
+};
 
 FILETIME Now() {
     const auto t =
@@ -215,7 +265,7 @@ bool WriteNode(GsfOutfile* parent, const Node& node) {
 }
 
 bool BuildFile(const Node& root, std::vector<uint8_t>* bytes) {
-    std::lock_guard lock(GsfMutex());
+    GsfCall call;
     GsfOutput* mem = gsf_output_memory_new();
     GsfOutfile* ole = gsf_outfile_msole_new(mem);
     bool ok = ole != nullptr;
@@ -226,6 +276,7 @@ bool BuildFile(const Node& root, std::vector<uint8_t>* bytes) {
         ok = gsf_output_close(GSF_OUTPUT(ole)) && ok;
         g_object_unref(ole);
     }
+    ok = ok && !call.SawDamage();
     if (ok) {
         const guint8* p = gsf_output_memory_get_bytes(GSF_OUTPUT_MEMORY(mem));
         const gsf_off_t n = gsf_output_size(mem);
@@ -259,22 +310,31 @@ bool ReadNode(GsfInfile* in, Node* node) {
         }
         g_object_unref(child);
         if (!ok) return false;
+        // Names compare without case: a second element of a name could never be reached.
+        if (node->Child(c->name)) return false;
         node->children.push_back(std::move(c));
     }
     return true;
 }
 
-// S_OK, STG_E_FILEALREADYEXISTS for a file that is not a compound file, STG_E_READFAULT.
+constexpr uint8_t kDocfileSignature[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
+
+// S_OK; STG_E_FILEALREADYEXISTS for a file that is not a compound file; STG_E_DOCFILECORRUPT
+// for one that carries the signature but is damaged (its tables, its directory, or two
+// elements of one name in a storage); STG_E_INSUFFICIENTMEMORY.
 HRESULT ParseFile(const std::vector<uint8_t>& bytes, std::shared_ptr<Node>* root) {
-    std::lock_guard lock(GsfMutex());
+    if (bytes.size() < sizeof kDocfileSignature ||
+        std::memcmp(bytes.data(), kDocfileSignature, sizeof kDocfileSignature) != 0)
+        return STG_E_FILEALREADYEXISTS;
+    GsfCall call;
     GsfInput* mem = gsf_input_memory_new(bytes.data(), static_cast<gsf_off_t>(bytes.size()), FALSE);
-    if (!mem) return STG_E_READFAULT;
+    if (!mem) return STG_E_INSUFFICIENTMEMORY;
     GError* err = nullptr;
     GsfInfile* ole = gsf_infile_msole_new(mem, &err);
     if (err) g_error_free(err);
     if (!ole) {
         g_object_unref(mem);
-        return STG_E_FILEALREADYEXISTS;
+        return STG_E_DOCFILECORRUPT;
     }
     auto r = std::make_shared<Node>();
     r->isStorage = true;
@@ -282,7 +342,7 @@ HRESULT ParseFile(const std::vector<uint8_t>& bytes, std::shared_ptr<Node>* root
     const bool ok = ReadNode(ole, r.get());
     g_object_unref(ole);
     g_object_unref(mem);
-    if (!ok) return STG_E_READFAULT;
+    if (!ok || call.SawDamage()) return STG_E_DOCFILECORRUPT;
     *root = std::move(r);
     return S_OK;
 }
@@ -909,8 +969,10 @@ HRESULT WINAPI StgIsStorageFile(const WCHAR* pwcsName) {
     std::vector<uint8_t> bytes;
     HRESULT hr = ReadWholeFile(PathOf(pwcsName), &bytes);
     if (FAILED(hr)) return hr;
-    static constexpr uint8_t kSignature[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
-    return bytes.size() >= 512 && std::memcmp(bytes.data(), kSignature, 8) == 0 ? S_OK : S_FALSE;
+    return bytes.size() >= 512 &&
+                   std::memcmp(bytes.data(), kDocfileSignature, sizeof kDocfileSignature) == 0
+               ? S_OK
+               : S_FALSE;
 }
 
 HRESULT WINAPI ReadClassStg(IStorage* pStg, CLSID* pclsid) {

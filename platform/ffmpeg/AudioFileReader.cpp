@@ -50,6 +50,39 @@ struct PacketFreer {
 struct FrameFreer {
     void operator()(AVFrame* f) const { av_frame_free(&f); }
 };
+struct AvioFreer {
+    void operator()(AVIOContext* c) const {
+        av_freep(&c->buffer);
+        avio_context_free(&c);
+    }
+};
+
+// A descriptor the reader opened itself and hands to FFmpeg through its own I/O context.
+class FileDescriptor {
+public:
+    explicit FileDescriptor(int fd = -1) : FFd(fd) {}
+    ~FileDescriptor() {
+        if (FFd >= 0) ::close(FFd);
+    }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    int Get() const { return FFd; }
+
+private:
+    int FFd;
+};
+
+// Reads a stream that can be opened only once (a FIFO, a pipe, a character device). A read
+// interrupted by a signal ends the stream: with restarting handlers the kernel never reports
+// one, so it comes from a program that asked to be woken up (Ctrl-C while a writer is silent).
+int ReadDescriptor(void* opaque, uint8_t* buf, int size) {
+    const ssize_t n = ::read(static_cast<FileDescriptor*>(opaque)->Get(), buf, size);
+    if (n > 0) return static_cast<int>(n);
+    if (n == 0) return AVERROR_EOF;
+    return AVERROR(errno);
+}
+
+constexpr int kAvioBufferSize = 64 * 1024;
 
 AVSampleFormat AvFormatOf(PcmSample s) {
     switch (s) {
@@ -120,6 +153,10 @@ unsigned PcmFormat::BytesPerSample() const {
 }
 
 struct AudioFileReader::Impl {
+    // In this order, so that the format context goes before the I/O context and the descriptor
+    // it reads.
+    std::unique_ptr<FileDescriptor> Stream;
+    std::unique_ptr<AVIOContext, AvioFreer> Avio;
     std::unique_ptr<AVFormatContext, FormatCloser> Format;
     std::unique_ptr<AVCodecContext, CodecFreer> Codec;
     std::unique_ptr<SwrContext, SwrFreer> Swr;
@@ -172,8 +209,14 @@ bool AudioFileReader::Open(const std::string& path, OutputChoice output) {
     std::call_once(gLogOnce, ApplyLogLevel);
     Close();
 
+    auto impl = std::make_unique<Impl>();
+    if (!impl->Packet || !impl->Frame) return Fail(ReadError::DecodeFailed, "out of memory");
+
     // FFmpeg's own errors don't tell a missing file from one it can't read, so local paths
-    // are looked at first; URLs go to FFmpeg as they are.
+    // are looked at first; URLs go to FFmpeg as they are. A FIFO (or any other file that is
+    // not a regular file) is opened here once and read through the descriptor: a second open
+    // would wait for a writer again, and a writer would lose what it wrote in between.
+    AVFormatContext* fc = nullptr;
     if (path.find("://") == std::string::npos) {
         struct stat st {};
         if (::stat(path.c_str(), &st) != 0) {
@@ -184,13 +227,25 @@ bool AudioFileReader::Open(const std::string& path, OutputChoice output) {
         if (S_ISDIR(st.st_mode)) return Fail(ReadError::CannotRead, std::strerror(EISDIR));
         const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
         if (fd < 0) return Fail(ReadError::CannotRead, std::strerror(errno));
-        ::close(fd);
+        if (S_ISREG(st.st_mode)) {
+            ::close(fd);
+        } else {
+            impl->Stream = std::make_unique<FileDescriptor>(fd);
+            auto* buffer = static_cast<uint8_t*>(av_malloc(kAvioBufferSize));
+            if (buffer)
+                impl->Avio.reset(avio_alloc_context(buffer, kAvioBufferSize, 0, impl->Stream.get(),
+                                                    ReadDescriptor, nullptr, nullptr));
+            if (!impl->Avio) {
+                av_free(buffer);
+                return Fail(ReadError::DecodeFailed, "out of memory");
+            }
+            fc = avformat_alloc_context();
+            if (!fc) return Fail(ReadError::DecodeFailed, "out of memory");
+            fc->pb = impl->Avio.get();
+        }
     }
 
-    auto impl = std::make_unique<Impl>();
-    if (!impl->Packet || !impl->Frame) return Fail(ReadError::DecodeFailed, "out of memory");
-
-    AVFormatContext* fc = nullptr;
+    // Frees fc on failure.
     if (avformat_open_input(&fc, path.c_str(), nullptr, nullptr) < 0)
         return Fail(ReadError::NotDecodable, ReadErrorName(ReadError::NotDecodable));
     impl->Format.reset(fc);

@@ -13,9 +13,14 @@
 #include <gsf/gsf-utils.h>
 #include <unistd.h>
 
+#include <fcntl.h>
+
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -335,6 +340,223 @@ TEST(Docfile, OpeningWhatIsNoCompoundFileFails) {
         StgOpenStorage(mw::Utf8ToUtf16(dir.File("none")).c_str(), nullptr,
                        STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0, root.ReleaseAndGetAddressOf()),
         STG_E_FILENOTFOUND);
+}
+
+// ---- damaged files
+
+constexpr DWORD kReadOnly = STGM_READ | STGM_SHARE_EXCLUSIVE;
+
+std::vector<uint8_t> ReadBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+void WriteBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc)
+        .write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
+}
+
+// A compound file with streams in small and big blocks and a storage, as bytes.
+std::vector<uint8_t> SampleDocfile(const TempDir& dir) {
+    const std::string path = dir.File("sample.stg");
+    {
+        ComPtr<IStorage> root;
+        EXPECT_EQ(StgCreateDocfile(mw::Utf8ToUtf16(path).c_str(),
+                                   STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0,
+                                   root.ReleaseAndGetAddressOf()),
+                  S_OK);
+        for (int i = 0; i < 6; ++i) {
+            const std::u16string name = u"Stream" + std::u16string(1, char16_t(u'A' + i));
+            ComPtr<IStream> s;
+            EXPECT_EQ(root->CreateStream(name.c_str(), kGraphStreamMode, 0, 0,
+                                         s.ReleaseAndGetAddressOf()),
+                      S_OK);
+            const std::vector<uint8_t> data(i * 1500 + 10, static_cast<uint8_t>(i));
+            EXPECT_EQ(s->Write(data.data(), static_cast<ULONG>(data.size()), nullptr), S_OK);
+        }
+        ComPtr<IStorage> sub;
+        EXPECT_EQ(root->CreateStorage(u"Sub", kGraphStreamMode, 0, 0, sub.ReleaseAndGetAddressOf()),
+                  S_OK);
+        ComPtr<IStream> inner;
+        EXPECT_EQ(
+            sub->CreateStream(u"Inner", kGraphStreamMode, 0, 0, inner.ReleaseAndGetAddressOf()),
+            S_OK);
+        EXPECT_EQ(inner->Write("hello", 5, nullptr), S_OK);
+    }
+    return ReadBytes(path);
+}
+
+HRESULT OpenBytes(const TempDir& dir, const std::vector<uint8_t>& bytes, ComPtr<IStorage>* root) {
+    const std::string path = dir.File("opened.stg");
+    WriteBytes(path, bytes);
+    return StgOpenStorage(mw::Utf8ToUtf16(path).c_str(), nullptr, kReadOnly, nullptr, 0,
+                          root->ReleaseAndGetAddressOf());
+}
+
+// Reads every stream of the tree; the number of elements seen.
+int WalkStorage(IStorage* storage) {
+    int elements = 0;
+    ComPtr<IEnumSTATSTG> e;
+    if (FAILED(storage->EnumElements(0, nullptr, 0, e.ReleaseAndGetAddressOf()))) return 0;
+    STATSTG st;
+    while (e->Next(1, &st, nullptr) == S_OK) {
+        ++elements;
+        if (st.type == STGTY_STORAGE) {
+            ComPtr<IStorage> sub;
+            if (SUCCEEDED(storage->OpenStorage(st.pwcsName, nullptr, kReadOnly, nullptr, 0,
+                                               sub.ReleaseAndGetAddressOf())))
+                elements += WalkStorage(sub.Get());
+        } else {
+            ComPtr<IStream> stream;
+            if (SUCCEEDED(storage->OpenStream(st.pwcsName, nullptr, kReadOnly, 0,
+                                              stream.ReleaseAndGetAddressOf()))) {
+                std::vector<uint8_t> buf(static_cast<size_t>(st.cbSize.QuadPart) + 1);
+                ULONG got = 0;
+                stream->Read(buf.data(), static_cast<ULONG>(buf.size()), &got);
+                EXPECT_EQ(got, st.cbSize.QuadPart);
+            }
+        }
+        CoTaskMemFree(st.pwcsName);
+    }
+    return elements;
+}
+
+// Sends stderr to a file while it lives, so that a test can tell what was printed.
+class StderrCapture {
+public:
+    explicit StderrCapture(std::string path) : path_(std::move(path)) {
+        std::fflush(stderr);
+        saved_ = ::dup(STDERR_FILENO);
+        const int fd = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        ::dup2(fd, STDERR_FILENO);
+        ::close(fd);
+    }
+    ~StderrCapture() { Stop(); }
+    std::string Stop() {
+        if (saved_ >= 0) {
+            std::fflush(stderr);
+            ::dup2(saved_, STDERR_FILENO);
+            ::close(saved_);
+            saved_ = -1;
+        }
+        std::ifstream in(path_);
+        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    }
+
+private:
+    std::string path_;
+    int saved_ = -1;
+};
+
+// Offset of the first directory sector of a compound file (sector size from the header).
+size_t DirectoryOffset(const std::vector<uint8_t>& bytes) {
+    const uint32_t sectorShift = bytes[0x1E] | bytes[0x1F] << 8;
+    const uint32_t first = bytes[0x30] | bytes[0x31] << 8 | bytes[0x32] << 16 |
+                           static_cast<uint32_t>(bytes[0x33]) << 24;
+    return (static_cast<size_t>(first) + 1) << sectorShift;
+}
+
+// Where the UTF-16 name sits in the file's directory.
+size_t FindName(const std::vector<uint8_t>& bytes, const std::u16string& name) {
+    std::vector<uint8_t> pattern;
+    for (char16_t c : name) {
+        pattern.push_back(static_cast<uint8_t>(c));
+        pattern.push_back(static_cast<uint8_t>(c >> 8));
+    }
+    const auto it = std::search(bytes.begin(), bytes.end(), pattern.begin(), pattern.end());
+    return it == bytes.end() ? std::string::npos : static_cast<size_t>(it - bytes.begin());
+}
+
+TEST(Docfile, DamagedFilesAreRefusedAsCorruptWithoutAWordOnStderr) {
+    TempDir dir;
+    const std::vector<uint8_t> good = SampleDocfile(dir);
+    ASSERT_GT(good.size(), 4096u);
+    {
+        ComPtr<IStorage> root;
+        ASSERT_EQ(OpenBytes(dir, good, &root), S_OK);
+        EXPECT_EQ(WalkStorage(root.Get()), 8);
+    }
+    // Bytes changed at random (a fixed seed) in the header, the tables, the directory and the
+    // data: each file opens and reads, or is refused as corrupt; nothing is printed and nothing
+    // aborts (the tests run with GLib criticals fatal).
+    std::mt19937 random(20261123);
+    int corrupt = 0, opened = 0;
+    StderrCapture capture(dir.File("stderr.txt"));
+    for (int n = 0; n < 800; ++n) {
+        std::vector<uint8_t> bytes = good;
+        const int changes = 1 + static_cast<int>(random() % 4);
+        for (int k = 0; k < changes; ++k)
+            bytes[random() % bytes.size()] = static_cast<uint8_t>(random());
+        ComPtr<IStorage> root;
+        const HRESULT hr = OpenBytes(dir, bytes, &root);
+        if (hr == S_OK) {
+            ++opened;
+            WalkStorage(root.Get());
+        } else {
+            // A file whose signature was hit is no compound file at all.
+            const bool signed_ = std::equal(good.begin(), good.begin() + 8, bytes.begin());
+            corrupt += signed_;
+            EXPECT_EQ(hr, signed_ ? STG_E_DOCFILECORRUPT : STG_E_FILEALREADYEXISTS)
+                << "variant " << n;
+        }
+    }
+    EXPECT_EQ(capture.Stop(), "");
+    EXPECT_GT(corrupt, 0);
+    EXPECT_GT(opened, 0);
+}
+
+TEST(Docfile, ADirectoryPointingPastItsEndIsCorrupt) {
+    TempDir dir;
+    std::vector<uint8_t> bytes = SampleDocfile(dir);
+    // The root entry's child: an entry number far beyond the directory.
+    const size_t child = DirectoryOffset(bytes) + 0x4C;
+    ASSERT_LT(child + 4, bytes.size());
+    bytes[child] = 0x00;
+    bytes[child + 1] = 0x7F;
+    bytes[child + 2] = 0x00;
+    bytes[child + 3] = 0x00;
+    StderrCapture capture(dir.File("stderr.txt"));
+    ComPtr<IStorage> root;
+    EXPECT_EQ(OpenBytes(dir, bytes, &root), STG_E_DOCFILECORRUPT);
+    EXPECT_EQ(capture.Stop(), "");
+}
+
+TEST(Docfile, TwoElementsOfOneNameInAStorageAreRefused) {
+    TempDir dir;
+    const std::vector<uint8_t> good = SampleDocfile(dir);
+    // "StreamB" renamed in place to "STREAMA": names compare without case, so the storage
+    // would hold two elements of one name, one of them out of reach.
+    std::vector<uint8_t> bytes = good;
+    const size_t at = FindName(bytes, u"StreamB");
+    ASSERT_NE(at, std::string::npos);
+    const std::u16string twin = u"STREAMA";
+    for (size_t i = 0; i < twin.size(); ++i)
+        bytes[at + 2 * i] = static_cast<uint8_t>(twin[i]);
+    ComPtr<IStorage> root;
+    EXPECT_EQ(OpenBytes(dir, bytes, &root), STG_E_DOCFILECORRUPT);
+
+    // The same rename to a name of its own opens, and both streams are there.
+    bytes = good;
+    const std::u16string other = u"StreamZ";
+    for (size_t i = 0; i < other.size(); ++i)
+        bytes[at + 2 * i] = static_cast<uint8_t>(other[i]);
+    ASSERT_EQ(OpenBytes(dir, bytes, &root), S_OK);
+    ComPtr<IStream> s;
+    EXPECT_EQ(root->OpenStream(u"StreamZ", nullptr, kReadOnly, 0, s.ReleaseAndGetAddressOf()),
+              S_OK);
+    EXPECT_EQ(root->OpenStream(u"StreamA", nullptr, kReadOnly, 0, s.ReleaseAndGetAddressOf()),
+              S_OK);
+}
+
+TEST(Docfile, TheSignatureFollowedByGarbageIsCorruptNotAnotherKindOfFile) {
+    TempDir dir;
+    std::vector<uint8_t> bytes = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
+    bytes.resize(2048, 0x5A);
+    ComPtr<IStorage> root;
+    EXPECT_EQ(OpenBytes(dir, bytes, &root), STG_E_DOCFILECORRUPT);
+    bytes.resize(100);
+    EXPECT_EQ(OpenBytes(dir, bytes, &root), STG_E_DOCFILECORRUPT);
 }
 
 TEST(Docfile, ElementNamesAndModesAreChecked) {
