@@ -75,6 +75,11 @@ HRESULT RegisterPlatformFilters() {
         static const REGFILTERPINS2 nullPins[] = {
             {REG_PINFLAG_B_RENDERER, 1, 1, kAnyType, 0, nullptr, nullptr}};
         RegisterInMapper(CLSID_NullRenderer, u"Null Renderer", MERIT_DO_NOT_USE, nullPins, 1);
+        RegisterComClass(CLSID_SampleGrabber, &CreateSampleGrabber);
+        static const REGFILTERPINS2 grabberPins[] = {
+            {0, 1, 1, kAnyType, 0, nullptr, nullptr},
+            {REG_PINFLAG_B_OUTPUT, 1, 1, kAnyType, 0, nullptr, nullptr}};
+        RegisterInMapper(CLSID_SampleGrabber, u"SampleGrabber", MERIT_DO_NOT_USE, grabberPins, 2);
         RegisterAudioRenderers();
         return true;
     }();

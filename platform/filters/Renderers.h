@@ -48,6 +48,8 @@ private:
     std::atomic<uint64_t> FSamples{0};
 };
 
+HRESULT CreateSampleGrabber(IUnknown* outer, REFIID iid, void** object);
+
 // Creates the audio renderer of a wave output device (WAVE_MAPPER: the default device) with
 // the given class id.
 HRESULT CreateAudioRenderer(UINT device, const CLSID& clsid, REFIID iid, void** object);
