@@ -80,6 +80,12 @@ HRESULT RegisterPlatformFilters() {
             {0, 1, 1, kAnyType, 0, nullptr, nullptr},
             {REG_PINFLAG_B_OUTPUT, 1, 1, kAnyType, 0, nullptr, nullptr}};
         RegisterInMapper(CLSID_SampleGrabber, u"SampleGrabber", MERIT_DO_NOT_USE, grabberPins, 2);
+        RegisterComClass(CLSID_MwFileSource, &CreateFileSource);
+        static const REGFILTERPINS2 sourcePins[] = {
+            {REG_PINFLAG_B_OUTPUT, 1, 2, kAudioTypes, 0, nullptr, nullptr}};
+        RegisterInMapper(CLSID_MwFileSource, u"File Source (decoding)", MERIT_DO_NOT_USE,
+                         sourcePins, 1);
+        graph::SetFileSourceClass(CLSID_MwFileSource);
         RegisterAudioRenderers();
         return true;
     }();

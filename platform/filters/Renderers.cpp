@@ -20,11 +20,17 @@ RendererFilter::RendererFilter(const CLSID& clsid) : PlatformFilter(clsid) {}
 void RendererFilter::SetInput(PlatformInputPin* pin) {
     FInput = pin;
     AddPin(pin);
+    FSeeking = std::make_unique<SeekingPassThrough>(static_cast<IBaseFilter*>(this), pin);
 }
 
 STDMETHODIMP RendererFilter::QueryInterface(REFIID iid, void** object) {
     if (object && IsEqualIID(iid, IID_IAMFilterMiscFlags)) {
         *object = static_cast<IAMFilterMiscFlags*>(this);
+        AddRef();
+        return S_OK;
+    }
+    if (object && FSeeking && IsEqualIID(iid, IID_IMediaSeeking)) {
+        *object = static_cast<IMediaSeeking*>(FSeeking.get());
         AddRef();
         return S_OK;
     }

@@ -3,9 +3,11 @@
 #pragma once
 
 #include <condition_variable>
+#include <memory>
 #include <string>
 
 #include "platform/filters/PlatformFilter.h"
+#include "platform/filters/Seeking.h"
 
 namespace mw::filters {
 
@@ -32,6 +34,7 @@ protected:
 
 private:
     PlatformInputPin* FInput = nullptr;
+    std::unique_ptr<SeekingPassThrough> FSeeking;
     std::mutex FEosMutex;
     bool FEos = false;
     bool FCompleted = false;
@@ -48,6 +51,7 @@ private:
     std::atomic<uint64_t> FSamples{0};
 };
 
+HRESULT CreateFileSource(IUnknown* outer, REFIID iid, void** object);
 HRESULT CreateSampleGrabber(IUnknown* outer, REFIID iid, void** object);
 
 // Creates the audio renderer of a wave output device (WAVE_MAPPER: the default device) with

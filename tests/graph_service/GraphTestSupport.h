@@ -82,8 +82,9 @@ public:
 class TapCapture {
 public:
     TapCapture() {
-        mw::wave::SetVirtualOutputTap([this](const WAVEFORMATEX&, const void* data, size_t n) {
+        mw::wave::SetVirtualOutputTap([this](const WAVEFORMATEX& f, const void* data, size_t n) {
             std::lock_guard lock(FMutex);
+            FBlockAlign = f.nBlockAlign;
             const auto* p = static_cast<const BYTE*>(data);
             FBytes.insert(FBytes.end(), p, p + n);
         });
@@ -98,9 +99,16 @@ public:
         return FBytes.size();
     }
 
+    // Frames played, in the format last played.
+    size_t Frames() {
+        std::lock_guard lock(FMutex);
+        return FBlockAlign ? FBytes.size() / FBlockAlign : 0;
+    }
+
 private:
     std::mutex FMutex;
     std::vector<BYTE> FBytes;
+    size_t FBlockAlign = 0;
 };
 
 // The moniker of the audio renderer of a device, by friendly name.
