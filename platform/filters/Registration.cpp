@@ -86,6 +86,12 @@ HRESULT RegisterPlatformFilters() {
         RegisterInMapper(CLSID_MwFileSource, u"File Source (decoding)", MERIT_DO_NOT_USE,
                          sourcePins, 1);
         graph::SetFileSourceClass(CLSID_MwFileSource);
+        RegisterComClass(CLSID_MwAudioConverter, &CreateAudioConverter);
+        static const REGFILTERPINS2 converterPins[] = {
+            {0, 1, 2, kAudioTypes, 0, nullptr, nullptr},
+            {REG_PINFLAG_B_OUTPUT, 1, 2, kAudioTypes, 0, nullptr, nullptr}};
+        RegisterInMapper(CLSID_MwAudioConverter, u"Audio Converter", MERIT_NORMAL, converterPins,
+                         2);
         RegisterAudioRenderers();
         return true;
     }();

@@ -51,6 +51,7 @@ private:
     std::atomic<uint64_t> FSamples{0};
 };
 
+HRESULT CreateAudioConverter(IUnknown* outer, REFIID iid, void** object);
 HRESULT CreateFileSource(IUnknown* outer, REFIID iid, void** object);
 HRESULT CreateSampleGrabber(IUnknown* outer, REFIID iid, void** object);
 

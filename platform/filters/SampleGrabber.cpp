@@ -21,6 +21,7 @@ public:
     GrabberInput(PlatformFilter* filter, SampleGrabber* owner)
         : PlatformInputPin(filter, u"Input"), FOwner(owner) {}
     HRESULT CheckMediaType(const AM_MEDIA_TYPE& type) override;
+    std::vector<graph::MediaType> MediaTypes() override;
 
 private:
     SampleGrabber* FOwner;
@@ -114,6 +115,13 @@ public:
         FCallback = ComPtr<ISampleGrabberCB>(callback);
         FWhich = which;
         return S_OK;
+    }
+
+    // The type set by the application, when it is complete enough to connect with.
+    std::vector<graph::MediaType> Wanted() {
+        std::lock_guard lock(FMutex);
+        if (!FHasWanted || FWanted->cbFormat == 0) return {};
+        return {FWanted};
     }
 
     bool Accepts(const AM_MEDIA_TYPE& type) {
@@ -215,6 +223,10 @@ private:
     ComPtr<ISampleGrabberCB> FCallback;
     LONG FWhich = 0;
 };
+
+std::vector<graph::MediaType> GrabberInput::MediaTypes() {
+    return FOwner->Wanted();
+}
 
 HRESULT GrabberInput::CheckMediaType(const AM_MEDIA_TYPE& type) {
     return FOwner->Accepts(type) ? S_OK : VFW_E_TYPE_NOT_ACCEPTED;

@@ -200,3 +200,77 @@ TEST_F(RenderFile, SavedGraphLoadsBackWithItsConnections) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(RenderFile, ConnectInsertsTheConverterBetweenPinsThatDisagree) {
+    // Float at 48 kHz from the file, 16-bit at 44.1 kHz wanted by the grabber.
+    const unsigned frames = 48000;
+    const auto samples = PatternSamples(frames, 2, 4, true);
+    const std::string path = dir.File("f.wav");
+    WriteWav(path, 48000, 2, 32, true, samples);
+    ComPtr<IBaseFilter> source;
+    ASSERT_EQ(graph->AddSourceFilter(mw::Utf8ToUtf16(path).c_str(), u"Source",
+                                     source.ReleaseAndGetAddressOf()),
+              S_OK);
+    auto grabberFilter = Create<IBaseFilter>(CLSID_SampleGrabber);
+    auto grabber = As<ISampleGrabber>(grabberFilter.Get());
+    WAVEFORMATEX wanted{WAVE_FORMAT_PCM, 2, 44100, 44100 * 4, 4, 16, 0};
+    AM_MEDIA_TYPE mt{};
+    mt.majortype = MEDIATYPE_Audio;
+    mt.subtype = MEDIASUBTYPE_PCM;
+    mt.formattype = FORMAT_WaveFormatEx;
+    mt.bFixedSizeSamples = TRUE;
+    mt.lSampleSize = 4;
+    mt.cbFormat = sizeof wanted;
+    mt.pbFormat = reinterpret_cast<BYTE*>(&wanted);
+    ASSERT_EQ(grabber->SetMediaType(&mt), S_OK);
+    ASSERT_EQ(graph->AddFilter(grabberFilter.Get(), u"Sample Grabber"), S_OK);
+    auto out = PinOf(source.Get(), PINDIR_OUTPUT);
+    auto in = PinOf(grabberFilter.Get(), PINDIR_INPUT);
+    EXPECT_EQ(graph->ConnectDirect(out.Get(), in.Get(), nullptr), VFW_E_NO_ACCEPTABLE_TYPES);
+    ASSERT_EQ(graph->Connect(out.Get(), in.Get()), S_OK);
+    // Something stands between the two now.
+    ComPtr<IPin> peer;
+    ASSERT_EQ(out->ConnectedTo(peer.ReleaseAndGetAddressOf()), S_OK);
+    EXPECT_NE(peer.Get(), in.Get());
+    AM_MEDIA_TYPE got{};
+    ASSERT_EQ(grabber->GetConnectedMediaType(&got), S_OK);
+    EXPECT_EQ(reinterpret_cast<WAVEFORMATEX*>(got.pbFormat)->nSamplesPerSec, 44100u);
+    EXPECT_EQ(reinterpret_cast<WAVEFORMATEX*>(got.pbFormat)->wBitsPerSample, 16);
+    CoTaskMemFree(got.pbFormat);
+
+    ASSERT_EQ(graph->RemoveFilter(renderer.Get()), S_OK);
+    ASSERT_EQ(grabber->SetBufferSamples(TRUE), S_OK);
+    ASSERT_TRUE(RunToCompletion());
+    LONG size = 0;
+    ASSERT_EQ(grabber->GetCurrentBuffer(&size, nullptr), S_OK);
+    EXPECT_GT(size, 0);
+    EXPECT_EQ(size % 4, 0);
+
+    // A pair that no filter can join.
+    auto null = Create<IBaseFilter>(CLSID_NullRenderer);
+    ASSERT_EQ(control->Stop(), S_OK);
+    ASSERT_EQ(graph->AddFilter(null.Get(), u"Null"), S_OK);
+    auto grabber2 = Create<IBaseFilter>(CLSID_SampleGrabber);
+    AM_MEDIA_TYPE video{};
+    video.majortype = MEDIATYPE_Video;
+    As<ISampleGrabber>(grabber2.Get())->SetMediaType(&video);
+    ASSERT_EQ(graph->AddFilter(grabber2.Get(), u"Video Grabber"), S_OK);
+    ComPtr<IBaseFilter> source2;
+    ASSERT_EQ(graph->AddSourceFilter(mw::Utf8ToUtf16(path).c_str(), u"Source 2",
+                                     source2.ReleaseAndGetAddressOf()),
+              S_OK);
+    EXPECT_EQ(graph->Connect(PinOf(source2.Get(), PINDIR_OUTPUT).Get(),
+                             PinOf(grabber2.Get(), PINDIR_INPUT).Get()),
+              VFW_E_CANNOT_CONNECT);
+    ComPtr<IEnumFilters> e;
+    graph->EnumFilters(e.ReleaseAndGetAddressOf());
+    int count = 0;
+    ComPtr<IBaseFilter> f;
+    while (e->Next(1, f.ReleaseAndGetAddressOf(), nullptr) == S_OK)
+        ++count;
+    EXPECT_EQ(count, 6);  // source, converter, grabber, null, video grabber, source 2
+}
+
+}  // namespace
