@@ -3,12 +3,14 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 
 #include "frame/MainThread.h"
 #include "frame/Persistence.h"
 #include "frame/Registration.h"
 #include "mwstring.h"
 #include "mwwave.h"
+#include "winuser.h"
 
 namespace {
 
@@ -16,6 +18,7 @@ constexpr const char* kCantOpen = "Can't open audio device.";
 constexpr const char* kCantPause = "Can't pause audio device.";
 constexpr const char* kCantRestart = "Can't restart audio device.";
 constexpr const char* kCantGetCaps = "Can't get device capabilities.";
+constexpr const char* kCantWrite = "Can't write to audio device.";
 
 // Device names come from the platform as UTF-16, at most maxLen characters with no terminator
 // required at the end.
@@ -303,6 +306,8 @@ void TQAAudioOut::SinkDispatch(IQWNotifyOperation* operation) {
             EndPrefill();
         } else if (operation->IsType<TQWStartWaveOperation>()) {
             ++FStopping;
+        } else if (operation->IsType<TQWSuppliedBufferOperation>()) {
+            ++FQueuedBuffers;
         }
         FBufferQueue->Add(operation, false);
     } else {
@@ -350,12 +355,25 @@ bool TQAAudioOut::IntDispatch(IQWNotifyOperation* operation, bool fromThread) {
     fromThread = fromThread || TQAWaveThread::Current() != nullptr;
 
     if (auto* start = operation->InstanceAs<TQWStartWaveOperation>()) {
-        // A stopped stream whose device still plays is heard to its end before the device
-        // is reset for the next one: the start waits at the head of the queue, and the
-        // last finished buffer drains the queue again.
-        if (FStopped && !FPaused && IsOpen() && BuffersInFlight() > 0) {
+        // A stop on another thread is closing the device (and drops what is queued when it
+        // is done): the start must not open a device behind its back.
+        if (FStopsRunning > 0) {
             FBufferQueue->Insert(operation);
             return false;
+        }
+        // A stopped stream whose device still plays is heard to its end before the device
+        // is reset for the next one. A thread that may wait does so here; on a wave thread
+        // the start waits at the head of the queue, and the last finished buffer drains the
+        // queue again.
+        if (StoppedStreamPlays()) {
+            if (fromThread) {
+                FBufferQueue->Insert(operation);
+                return false;
+            }
+            if (!WaitForPlayedOut()) {
+                --FStopping;  // a Stop came meanwhile: the start went with what was queued
+                return true;
+            }
         }
         const bool open = IsOpen();
         if (open && FStopped && fromThread) {
@@ -366,11 +384,14 @@ bool TQAAudioOut::IntDispatch(IQWNotifyOperation* operation, bool fromThread) {
             return false;
         }
         --FStopping;
-        FStartResumed = false;
-        FStartInterval = 0;
-        FPaused = true;
-        if (open && !FStopped) return false;  // the stream goes on with the open device
-        FResumed = false;
+        {
+            std::lock_guard lock(FStateMutex);
+            FStartResumed = false;
+            FStartInterval = 0;
+            FPaused = true;
+            if (open && !FStopped) return false;  // the stream goes on with the open device
+            FResumed = false;
+        }
         AudioStreamStart(start->Format);
         FStopped = false;
     } else if (operation->IsType<TQWStartPumpOperation>()) {
@@ -411,6 +432,11 @@ bool TQAAudioOut::IntDispatch(IQWNotifyOperation* operation, bool fromThread) {
         FParams->Unlock();
         if (r == MMSYSERR_NOERROR) waveOutClose(probe);
     } else if (auto* supplied = operation->InstanceAs<TQWSuppliedBufferOperation>()) {
+        --FQueuedBuffers;
+        // Queued before a flush: dropped by it.
+        for (int64_t n = FSkipBuffers; n > 0; n = FSkipBuffers) {
+            if (FSkipBuffers.compare_exchange_weak(n, n - 1)) return true;
+        }
         // A barrier against a stop in progress.
         FParams->Lock();
         FParams->Unlock();
@@ -427,7 +453,7 @@ bool TQAAudioOut::IntDispatch(IQWNotifyOperation* operation, bool fromThread) {
 
 void TQAAudioOut::AudioStreamStart(const TQAWaveFormatExtensible& format) {
     if (!Enabled()) return;
-    if (IsOpen()) Stop(false);
+    if (IsOpen()) IntStop(false);
     const UINT id = FDevice->GetDeviceID();  // takes the component lock: before FParams
     FParams->Lock();
     FParams->SetIsOpen(true);
@@ -451,7 +477,7 @@ void TQAAudioOut::AudioStreamStart(const TQAWaveFormatExtensible& format) {
     {
         // The new device is paused whatever a stop on another thread did to the flags
         // meanwhile; that stop is still queued and ends this prefill in its turn.
-        std::lock_guard lock(FPrefillMutex);
+        std::lock_guard lock(FStateMutex);
         FPaused = true;
         FStartResumed = false;
     }
@@ -492,6 +518,38 @@ void TQAAudioOut::Close() {
 
 void TQAAudioOut::Stop(bool clearPump) {
     TLockGuard g = ComponentLock()->AcquireWrite();
+    ++FStopCount;
+    ++FStopsRunning;
+    struct Done {
+        TQAAudioOut* out;
+        ~Done() {
+            // Still under the write lock: no thread drains between the drop and the end.
+            out->DropQueue();
+            --out->FStopsRunning;
+            out->NotifyPlayedOut();
+        }
+    } done{this};
+    IntStop(clearPump);
+}
+
+void TQAAudioOut::DropQueue() {
+    ComPtr<IQWNotifyOperation> operation;
+    while (FBufferQueue->Pop(operation)) {
+        if (operation->IsType<TQWStartWaveOperation>() || operation->IsType<TQWStopOperation>())
+            --FStopping;
+        else if (operation->IsType<TQWSuppliedBufferOperation>())
+            --FQueuedBuffers;
+    }
+    FSkipBuffers = 0;
+}
+
+void TQAAudioOut::IntStop(bool clearPump) {
+    TLockGuard g = ComponentLock()->AcquireWrite();
+    ++FStopsRunning;
+    struct Done {
+        std::atomic<int>& count;
+        ~Done() { --count; }
+    } done{FStopsRunning};
     FParams->Lock();
     if (!FParams->GetIsOpen()) {
         FParams->Unlock();
@@ -540,29 +598,68 @@ void TQAAudioOut::Stop(bool clearPump) {
 }
 
 void TQAAudioOut::Flush() {
-    FBufferQueue->Clear();
-    FParams->Lock();
-    if (FParams->GetIsOpen()) {
-        FStartResumed = false;
-        FStartInterval = 0;
-        FPaused = true;
-        if (HWAVEOUT h = HOut) {
-            waveOutReset(h);
-            waveOutPause(h);
+    // The buffers queued now are dropped as they come up; starts and stops keep their turn.
+    FSkipBuffers = FQueuedBuffers.load();
+    {
+        std::lock_guard lock(FStateMutex);
+        FParams->Lock();
+        if (FParams->GetIsOpen()) {
+            FStartResumed = false;
+            FStartInterval = 0;
+            FPaused = true;
+            if (HWAVEOUT h = HOut) {
+                waveOutReset(h);
+                waveOutPause(h);
+            }
         }
+        FParams->Unlock();
     }
-    FParams->Unlock();
+    NotifyPlayedOut();
+}
+
+bool TQAAudioOut::StoppedStreamPlays() const {
+    return FStopped && !FPaused && IsOpen() && BuffersInFlight() > 0;
+}
+
+void TQAAudioOut::NotifyPlayedOut() {
+    std::lock_guard lock(FPlayedOutMutex);
+    FPlayedOutChanged.notify_all();
+}
+
+bool TQAAudioOut::WaitForPlayedOut() {
+    const uint64_t stops = FStopCount;
+    auto over = [&] { return FStopCount != stops || !StoppedStreamPlays(); };
+    // Unlocked: the wave thread needs the component for what it does with a finished buffer,
+    // and a Stop may come meanwhile.
+    ComponentLock()->ExecuteUnlocked([&] {
+        if (mw::IsMainThread()) {
+            // Work for the main thread (a clock sink's call, say) must not wait for us.
+            while (!over()) {
+                mw::MainLoop::ProcessPending();
+                std::unique_lock lock(FPlayedOutMutex);
+                FPlayedOutChanged.wait_for(lock, std::chrono::milliseconds(10), over);
+            }
+        } else {
+            std::unique_lock lock(FPlayedOutMutex);
+            FPlayedOutChanged.wait(lock, over);
+        }
+    });
+    return FStopCount == stops;
 }
 
 void TQAAudioOut::EnableChanged() {
     TQABasicAudioOut::EnableChanged();
     if (!Enabled() || IsDesigning()) return;
-    FStartResumed = false;
-    FStartInterval = 0;
-    FPaused = true;
     TQAWaveFormatExtensible format;
-    if (CurrentFormat(format)) {
-        FResumed = false;
+    const bool hasFormat = CurrentFormat(format);
+    {
+        std::lock_guard lock(FStateMutex);
+        FStartResumed = false;
+        FStartInterval = 0;
+        FPaused = true;
+        if (hasFormat) FResumed = false;
+    }
+    if (hasFormat) {
         AudioStreamStart(format);
         FStopped = false;
     } else {
@@ -590,7 +687,20 @@ void TQAAudioOut::Play(const ComPtr<IQAAudioBuffer>& buffer) {
     waveOutPrepareHeader(h, &waveBuffer->WaveHdr, sizeof(WAVEHDR));
     FParams->GetList().push_back(waveBuffer);
     FParams->Unlock();
-    waveOutWrite(h, &waveBuffer->WaveHdr, sizeof(WAVEHDR));
+    if (MMRESULT r = waveOutWrite(h, &waveBuffer->WaveHdr, sizeof(WAVEHDR));
+        r != MMSYSERR_NOERROR) {
+        // The device refused it (it failed): no message will give it back, so it goes now.
+        FParams->Lock();
+        std::vector<TQAWaveBuffer*>& list = FParams->GetList();
+        if (auto it = std::find(list.begin(), list.end(), waveBuffer); it != list.end()) {
+            list.erase(it);
+            waveOutUnprepareHeader(h, &waveBuffer->WaveHdr, sizeof(WAVEHDR));
+            delete waveBuffer;
+        }
+        FParams->Unlock();
+        Error(kCantWrite, r);
+        return;
+    }
 
     if (FStartResumed) return;
     uint32_t rate = buffer->SampleRate();
@@ -602,7 +712,7 @@ void TQAAudioOut::Play(const ComPtr<IQAAudioBuffer>& buffer) {
     }
     bool resumed = false;
     {
-        std::lock_guard lock(FPrefillMutex);
+        std::lock_guard lock(FStateMutex);
         FStartInterval += mw::SamplesToMilliseconds(samples, rate);
         if (FStartInterval > static_cast<int64_t>(PrefillInterval())) {
             if (FPaused) resumed = ResumeDevice();
@@ -615,7 +725,7 @@ void TQAAudioOut::Play(const ComPtr<IQAAudioBuffer>& buffer) {
 void TQAAudioOut::EndPrefill() {
     bool resumed = false;
     {
-        std::lock_guard lock(FPrefillMutex);
+        std::lock_guard lock(FStateMutex);
         if (!FStartResumed && FPaused) {
             resumed = ResumeDevice();
             FStartResumed = true;
@@ -625,14 +735,18 @@ void TQAAudioOut::EndPrefill() {
 }
 
 void TQAAudioOut::IntPause() {
-    FPaused = true;
-    if (HWAVEOUT h = HOut) waveOutPause(h);
+    {
+        std::lock_guard lock(FStateMutex);
+        FPaused = true;
+        if (HWAVEOUT h = HOut) waveOutPause(h);
+    }
+    NotifyPlayedOut();
 }
 
 void TQAAudioOut::IntResume() {
     bool resumed;
     {
-        std::lock_guard lock(FPrefillMutex);
+        std::lock_guard lock(FStateMutex);
         resumed = ResumeDevice();
     }
     if (resumed) PayMissedPumps();
@@ -721,6 +835,7 @@ void TQAAudioOut::WOMDone(HWAVEOUT, WAVEHDR* header) {
         FOnQueueEmptySection->Leave();
     }
     FParams->Unlock();
+    NotifyPlayedOut();
     ProcessQueue(true);
 }
 

@@ -4,13 +4,21 @@
 // are written (or the stop arrives); each buffer is one wave header. Finished buffers come back
 // on the wave thread (TQAWaveThread), which ticks the clock pin, pulls the next buffer when the
 // output drives the pump, frees the buffer and drains the queue. Operations arrive on the
-// sender's thread; a start after a stop waits until the stopped stream has played out, and is
-// never processed on the wave thread (the main thread does it: keep its queue draining).
+// sender's thread. A start after a stop waits until the stopped stream has played out:
+//   - sent from any thread but a wave thread, the sender's own thread waits for that (outside
+//     the component's lock; the main thread keeps serving its queue meanwhile) and then opens
+//     the device for the new stream, so the main thread need not be drained for it. While it
+//     waits, the sender must not hold a lock that the output's pump or clock sinks take.
+//   - sent from a wave thread (a pulled source answering a pump), the device can't be reopened
+//     there: the main thread does it, so keep its queue draining in that case.
+// A flush drops the queued buffers and what the device holds, never a queued start or stop.
 // OnError/OnWarning run on the thread that failed, OnQueueEmpty on the main thread. After Stop
-// or Close no device, wave thread or buffer is held; after destruction no event is called.
+// or Close no device, wave thread or buffer is held, and what was queued is dropped; after
+// destruction no event is called.
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -135,10 +143,11 @@ public:
     bool Open();
     // Stop(true).
     void Close();
-    // Ends playing and closes the device; with clearPump the output no longer drives the pump.
-    // Any thread but the wave thread.
+    // Ends playing, closes the device and drops the queued operations; with clearPump the
+    // output no longer drives the pump. Any thread but the wave thread.
     void Stop(bool clearPump);
-    // Drops what is queued and what the device holds; prefill starts over.
+    // Drops the queued buffers and what the device holds; prefill starts over. Queued starts,
+    // stops and pauses stay.
     void Flush();
     // OnError, then EQSException unless handled or at design time.
     void Error(const std::string& text, uint32_t code);
@@ -175,11 +184,20 @@ protected:
 private:
     void ProcessQueue(bool fromThread);
     bool IntDispatch(IQWNotifyOperation* operation, bool fromThread);
+    // The start of a stream that must wait for the stopped one to play out, processed on a
+    // thread that may wait: false when a Stop came meanwhile and the start is void.
+    bool WaitForPlayedOut();
+    bool StoppedStreamPlays() const;
+    void NotifyPlayedOut();
+    // The device part of Stop, also used by a start that reopens the device.
+    void IntStop(bool clearPump);
+    // Drops every queued operation, keeping the counts of queued starts, stops and buffers.
+    void DropQueue();
     void AudioStreamStart(const TQAWaveFormatExtensible& format);
     void Play(const ComPtr<IQAAudioBuffer>& buffer);
     void IntPause();
     void IntResume();
-    // Under FPrefillMutex: restarts a paused device; true when it was paused.
+    // Under FStateMutex: restarts a paused device; true when it was paused.
     bool ResumeDevice();
     void PayMissedPumps();
     // Ends a prefill that is still running (a stop arrived or was processed).
@@ -214,9 +232,23 @@ private:
     std::atomic<bool> FDraining{false};
     std::atomic<bool> FDrainRequested{false};
     std::atomic<uint64_t> FBuffersPlayed{0};
-    // Makes the end of a prefill and the pause of a newly opened device one step each, so
-    // that a stop arriving on one thread and a start processed on another can't interleave.
-    std::recursive_mutex FPrefillMutex;
+    // The pause, prefill and run state (FPaused, FResumed, FStartResumed, FStartInterval) is
+    // written only under this lock, together with the device call that matches it (pause,
+    // restart, the reset of a flush), so the flags and the device can't disagree. Order: the
+    // component lock, then this, then FParams.
+    std::recursive_mutex FStateMutex;
+    // Stops running now; a start is not processed while one runs (it would reopen the device
+    // that the stop is closing). FStopCount counts the public stops, so that a start waiting
+    // for the old stream learns that a stop voided it.
+    std::atomic<int> FStopsRunning{0};
+    std::atomic<uint64_t> FStopCount{0};
+    // Buffer operations queued, and how many of the first of them a flush dropped.
+    std::atomic<int64_t> FQueuedBuffers{0};
+    std::atomic<int64_t> FSkipBuffers{0};
+    // Signalled when a stopped stream may have played out (a buffer came back, a stop, a flush
+    // or a pause).
+    std::mutex FPlayedOutMutex;
+    std::condition_variable FPlayedOutChanged;
 };
 
 // The palette entry of this unit: TQAAudioOut, category TQuatoneOutputToolbarCategory, bitmaps

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <new>
 #include <unordered_map>
+#include <utility>
 
 #include "winmem.h"
 
@@ -25,7 +26,9 @@ InstanceTable& Instances() {
 
 thread_local TQAWaveThread* tCurrentWaveThread = nullptr;
 
-// Nodes come from the global heap, which is safe to use in the device's callback.
+// Nodes come from the global heap, which is safe to use in the device's callback. A thread
+// keeps the nodes it delivered for its next records, so that a steady stream does not go to
+// the heap (and its lock, shared with the device's thread) for every buffer.
 PQAWaveItemNode NewNode() {
     HGLOBAL mem = GlobalAlloc(GMEM_FIXED, sizeof(TQAWaveItemNode));
     auto* node = new (GlobalLock(mem)) TQAWaveItemNode;
@@ -68,6 +71,7 @@ TQAWaveThread::~TQAWaveThread() {
     Unregister();
     ClearRecords();
     if (Started() && !Finished() && !IsCurrentThread()) TQAWaveThread::Terminate();
+    FreeNodes(std::exchange(FFreeNodes, nullptr));
 }
 
 void TQAWaveThread::Unregister() {
@@ -90,19 +94,29 @@ TQAWaveThread* TQAWaveThread::Current() {
 
 void TQAWaveThread::PushRecord(uint32_t uMsg, HWAVEOUT hwo, WAVEHDR* header) {
     if (IsTerminated()) return;
-    PQAWaveItemNode node = NewNode();
+    FSection->Enter();
+    PQAWaveItemNode node = FFreeNodes;
+    if (node) {
+        FFreeNodes = node->Next;
+    } else {
+        FSection->Leave();
+        node = NewNode();
+        FSection->Enter();
+    }
+    node->Next = nullptr;
     node->hwo = hwo;
     node->uMsg = uMsg;
     node->WaveHdr = header;
-    FSection->Enter();
     if (FLastNode)
         FLastNode->Next = node;
     else
         FFirstNode = node;
     FLastNode = node;
-    // Past the maximum count the release is refused; the node waits for a later wake-up.
-    FSemaphore->ReleaseCount(1);
     FSection->Leave();
+    // Released after the section: the thread it wakes takes the section first thing, and would
+    // only wait for this one to leave it. Past the maximum count the release is refused; the
+    // node waits for a later wake-up.
+    FSemaphore->ReleaseCount(1);
 }
 
 bool TQAWaveThread::PopRecord(uint32_t& uMsg, HWAVEOUT& hwo, WAVEHDR*& header) {
@@ -114,11 +128,11 @@ bool TQAWaveThread::PopRecord(uint32_t& uMsg, HWAVEOUT& hwo, WAVEHDR*& header) {
         header = node->WaveHdr;
         FFirstNode = node->Next;
         if (!FFirstNode) FLastNode = nullptr;
+        node->Next = FFreeNodes;
+        FFreeNodes = node;
     }
     FSection->Leave();
-    if (!node) return false;
-    FreeNode(node);
-    return true;
+    return node != nullptr;
 }
 
 void TQAWaveThread::ClearRecords() {
@@ -126,6 +140,10 @@ void TQAWaveThread::ClearRecords() {
     PQAWaveItemNode node = FFirstNode;
     FFirstNode = FLastNode = nullptr;
     FSection->Leave();
+    FreeNodes(node);
+}
+
+void TQAWaveThread::FreeNodes(PQAWaveItemNode node) {
     while (node) {
         PQAWaveItemNode next = node->Next;
         FreeNode(node);

@@ -86,10 +86,12 @@ protected:
 
 private:
     void Unregister();
+    static void FreeNodes(PQAWaveItemNode node);
     TQAWaveProcessMessage FOnProcess;
     ComPtr<ISemaphore> FSemaphore;
     PQAWaveItemNode FFirstNode = nullptr;
     PQAWaveItemNode FLastNode = nullptr;
+    PQAWaveItemNode FFreeNodes = nullptr;  // delivered nodes kept for the next records
     ComPtr<ICriticalSection> FSection;
     DWORD_PTR FInstance = 0;
 };

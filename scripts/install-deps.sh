@@ -8,7 +8,7 @@ packages=(
     googletest libgtest-dev libgmock-dev libbenchmark-dev
     libasound2-dev alsa-utils
     libavcodec-dev libavformat-dev libavutil-dev libswresample-dev libavfilter-dev
-    libgsf-1-dev libasio-dev libpugixml-dev
+    libgsf-1-dev libasio-dev libpugixml-dev libcli11-dev
     python3 python3-olefile
 )
 

@@ -3,7 +3,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
-export CCACHE_DIR="${CCACHE_DIR:-$PWD/build/.ccache}"
+source scripts/ccache-env.sh
 cmake --preset default >/dev/null
 cmake --build --preset default --target mediawire -j "$(nproc)"
 tool=build/default/apps/mediawire

@@ -19,7 +19,7 @@ namespace mw::wave {
 
 // Receives every frame that "Virtual Output" plays, in play order, when it has played: the
 // format record of the open handle (the whole extensible record when the stream has one),
-// and whole frames. Runs on the thread that advances the device (its playing thread, or a
+// and whole frames. Runs on the thread that advances the device (its device thread, or a
 // thread in a waveOut call on that handle), with the handle's lock held: it must not call
 // waveOut functions. An empty function removes the tap. Frames dropped by
 // waveOutReset before they played never reach it.
@@ -36,6 +36,7 @@ struct OutputStats {
     uint64_t buffersPlayed = 0;  // headers done by playing (not by reset)
     uint64_t framesPlayed = 0;   // since open, across resets
     uint64_t underruns = 0;      // times the device ran dry while written audio waited to reach it
+    MMRESULT error = MMSYSERR_NOERROR;  // the device's first failure (see "WAV File Output")
 };
 // MMSYSERR_INVALHANDLE for a handle that is not open, MMSYSERR_INVALPARAM for a null record.
 MMRESULT GetOutputStats(HWAVEOUT hwo, OutputStats* stats);
@@ -53,7 +54,15 @@ MMRESULT AddAlsaDevice(const std::string& displayName, const std::string& pcmNam
 
 // The file that "WAV File Output" writes at its next open (truncated then, completed at close).
 // Until a path is set, opening that device gives MMSYSERR_NOTENABLED.
+// When a write fails (a full disk), or the audio would outgrow what a WAV file can hold (the
+// RIFF sizes are 32-bit: about 4 GiB), the file keeps what was written before, completed as a
+// valid WAV file at close, and the device fails: waveOutWrite refuses further headers with
+// MMSYSERR_ERROR, GetOutputStats reports that error, and waveOutClose, which closes the handle
+// all the same, answers it.
 void SetWaveFileOutputPath(const std::string& path);
+// The most data bytes a file of "WAV File Output" takes: the RIFF limit by default, less for
+// trying the limit without writing gigabytes. 0 restores the default. Applies at the next open.
+void SetWaveFileOutputLimit(uint64_t bytes);
 
 // The device number of the device of that name, or WAVE_MAPPER when there is none.
 UINT FindOutputDevice(const std::string& name);

@@ -1,7 +1,7 @@
 // ALSA playback devices of the device list: the PCM devices of the sound cards, the system's
 // "default" PCM (for WAVE_MAPPER) and PCMs defined by configuration text (AddAlsaDevice). All
 // are the same class, AlsaOutputDevice; its sink, AlsaPcm, writes without blocking from the
-// handle's playing thread and recovers from underruns with snd_pcm_recover.
+// handle's device thread and recovers from underruns with snd_pcm_recover.
 #pragma once
 
 #include <alsa/asoundlib.h>

@@ -1,8 +1,8 @@
 // The device layer under the waveOut functions. An OutputDevice is one entry of the device
 // list; opening it gives a Sink, which plays whole frames. WaveOut.cpp owns the queue of
-// headers, the playing thread and the message thread of each handle; a Sink only moves frames
+// headers and the device thread of each handle; a Sink only moves frames
 // and tells how many have played. Every Sink method is called with the handle's lock held, from
-// the playing thread or from a waveOut call, never concurrently.
+// the device thread or from a waveOut call, never concurrently.
 #pragma once
 
 #include <chrono>
@@ -58,6 +58,12 @@ public:
     // Drops what has not played: Written() == Played() afterwards.
     virtual void Drop() = 0;
     virtual uint64_t Underruns() const { return 0; }
+    // The first failure of the device (MMSYSERR_NOERROR while there is none). A device that
+    // failed takes no more headers.
+    virtual MMRESULT Error() const { return MMSYSERR_NOERROR; }
+    // The last call: completes the output (a file's header, say); the error that left it
+    // incomplete, if any.
+    virtual MMRESULT Close() { return Error(); }
 };
 
 class OutputDevice {

@@ -1,8 +1,9 @@
-// The waveOut functions. Each open handle is a WaveOutStream with two threads of its own:
-// the playing thread feeds the queued headers to the device's Sink and retires each header when
-// its last frame has played; the message thread calls the client's callback, in order, outside
-// every lock of ours. Handles are numbers in a table, so a stale handle is refused, never
-// dereferenced.
+// The waveOut functions. Each open handle is a WaveOutStream with one thread of its own, the
+// device thread: it retires each header when its last frame has played and calls the client's
+// callback with the messages, in order, outside every lock of ours. Headers are fed to the
+// device's Sink by waveOutWrite itself (and by the device thread where the sink had no room),
+// so a steady stream costs one wake-up of the device thread per header. Handles are numbers in
+// a table, so a stale handle is refused, never dereferenced.
 #include <pthread.h>
 
 #include <algorithm>
@@ -14,6 +15,8 @@
 #include <map>
 #include <mutex>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "mwstring.h"
 #include "mwwave.h"
@@ -44,18 +47,16 @@ public:
 
     ~WaveOutStream() {
         if (playThread_.joinable()) playThread_.join();
-        if (msgThread_.joinable()) msgThread_.join();
     }
 
-    // Starts both threads; returns when WOM_OPEN has been delivered.
+    // Starts the device thread; returns when WOM_OPEN has been delivered.
     void Start() {
         std::unique_lock lock(mutex_);
         Post(WOM_OPEN, 0);
         const uint64_t seq = posted_;
-        playThread_ = std::thread([this] { PlayLoop(); });
-        // The message thread keeps the stream alive while it runs, so that a close from the
-        // callback itself can let it finish on its own.
-        msgThread_ = std::thread([self = shared_from_this()] { self->MessageLoop(); });
+        // The thread keeps the stream alive while it runs, so that a close from the callback
+        // itself can let it finish on its own.
+        playThread_ = std::thread([self = shared_from_this()] { self->PlayLoop(); });
         delivered_cv_.wait(lock, [&] { return delivered_ >= seq; });
     }
 
@@ -86,11 +87,14 @@ public:
         if (!(flags & WHDR_PREPARED)) return WAVERR_UNPREPARED;
         if (flags & WHDR_INQUEUE) return WAVERR_STILLPLAYING;
         if (!hdr->lpData && hdr->dwBufferLength != 0) return MMSYSERR_INVALPARAM;
+        // A device that failed takes nothing more: its output is lost from there on.
+        if (MMRESULT error = sink_->Error(); error != MMSYSERR_NOERROR) return error;
         if (queue_.empty()) base_ = sink_->Written();
-        queue_.push_back({hdr, reinterpret_cast<const uint8_t*>(hdr->lpData),
-                          hdr->dwBufferLength / format_.blockAlign});
+        queue_.push_back(Split(hdr));
         SetFlags(hdr, (flags & ~WHDR_DONE) | WHDR_INQUEUE);
-        play_cv_.notify_one();
+        if (!paused_) Feed();
+        // The device thread sleeps until the head is done: only an earlier moment wakes it.
+        if (waiting_ && NextWake() < wakeAt_) play_cv_.notify_one();
         return MMSYSERR_NOERROR;
     }
 
@@ -120,13 +124,14 @@ public:
         std::unique_lock lock(mutex_);
         if (closing_) return MMSYSERR_INVALHANDLE;
         sink_->Drop();
+        carry_.clear();
         for (const Entry& entry : queue_)
             Retire(entry.hdr);
         queue_.clear();
         positionBase_ = sink_->Played();
         play_cv_.notify_one();
         const uint64_t seq = posted_;
-        if (std::this_thread::get_id() != msgThreadId_) {
+        if (std::this_thread::get_id() != threadId_) {
             delivered_cv_.wait(lock, [&] { return delivered_ >= seq; });
         }
         return MMSYSERR_NOERROR;
@@ -157,39 +162,61 @@ public:
         stats->buffersPlayed = buffersPlayed_;
         stats->framesPlayed = sink_->Played();
         stats->underruns = sink_->Underruns();
+        stats->error = sink_->Error();
         return MMSYSERR_NOERROR;
     }
 
     // Refused while headers are queued. Otherwise stops playing, closes the device and delivers
-    // WOM_CLOSE; from the callback itself, WOM_CLOSE follows when the callback returns.
+    // WOM_CLOSE; from the callback itself, WOM_CLOSE follows when the callback returns. The
+    // handle is closed whatever the result; a device that failed (a file that could not be
+    // written whole) answers its error.
     MMRESULT Close() {
         std::unique_lock lock(mutex_);
         if (closing_) return MMSYSERR_INVALHANDLE;
         if (!queue_.empty()) return WAVERR_STILLPLAYING;
         closing_ = true;
         play_cv_.notify_one();
+        if (std::this_thread::get_id() == threadId_) {
+            // From the callback: the device thread closes the device and delivers WOM_CLOSE
+            // when the callback returns.
+            playThread_.detach();
+            return sink_->Error();
+        }
         lock.unlock();
         playThread_.join();
-        lock.lock();
-        sink_.reset();
-        Post(WOM_CLOSE, 0);
-        msgStop_ = true;
-        const bool fromCallback = std::this_thread::get_id() == msgThreadId_;
-        lock.unlock();
-        if (fromCallback) {
-            msgThread_.detach();
-        } else {
-            msgThread_.join();
-        }
-        return MMSYSERR_NOERROR;
+        return closeResult_;
     }
 
 private:
+    // A queued header: frames counts the lead frame (when there is one) and the whole frames
+    // of data.
     struct Entry {
         WAVEHDR* hdr;
+        std::vector<uint8_t> lead;  // a frame begun by the previous header, ended by this one
         const uint8_t* data;
         uint64_t frames;
     };
+
+    // A header's bytes as frames. The device plays a byte stream: a frame split between two
+    // headers plays whole with the second, and the bytes of a frame not yet complete wait in
+    // carry_.
+    Entry Split(WAVEHDR* hdr) {
+        const size_t block = format_.blockAlign;
+        const uint8_t* p = reinterpret_cast<const uint8_t*>(hdr->lpData);
+        size_t length = hdr->dwBufferLength;
+        Entry entry{hdr, {}, p, 0};
+        if (!carry_.empty()) {
+            const size_t take = std::min(block - carry_.size(), length);
+            carry_.insert(carry_.end(), p, p + take);
+            p += take;
+            length -= take;
+            if (carry_.size() == block) entry.lead = std::exchange(carry_, {});
+        }
+        entry.data = p;
+        entry.frames = length / block + (entry.lead.empty() ? 0 : 1);
+        if (const size_t rest = length % block) carry_.assign(p + length - rest, p + length);
+        return entry;
+    }
     struct Message {
         UINT msg;
         DWORD_PTR param1;
@@ -198,7 +225,43 @@ private:
     void Post(UINT msg, DWORD_PTR param1) {
         messages_.push_back({msg, param1});
         ++posted_;
-        msg_cv_.notify_one();
+        if (std::this_thread::get_id() != threadId_) play_cv_.notify_one();
+    }
+
+    // When the device thread has to look again: the head's last frame played, or the sink
+    // has room. Needs a queue.
+    Clock::time_point NextWake() {
+        if (paused_) return Clock::time_point::max();
+        return sink_->WakeFor(base_ + queue_.front().frames);
+    }
+
+    // Calls the callback with every queued message, in order, unlocked.
+    void Deliver(std::unique_lock<std::mutex>& lock) {
+        while (!messages_.empty()) {
+            const Message m = messages_.front();
+            messages_.pop_front();
+            lock.unlock();
+            if (callback_) callback_(handle_, m.msg, instance_, m.param1, 0);
+            lock.lock();
+            ++delivered_;
+            delivered_cv_.notify_all();
+        }
+    }
+
+    // The end of the device thread: the last frame written in part, the device's close and
+    // WOM_CLOSE.
+    void Finish(std::unique_lock<std::mutex>& lock) {
+        if (!carry_.empty()) {
+            // The last frame was written in part: it is completed with silence, not lost.
+            carry_.resize(format_.blockAlign, 0);
+            if (sink_->Avail() > 0) sink_->Write(carry_.data(), 1);
+            sink_->EndOfData();
+            carry_.clear();
+        }
+        closeResult_ = sink_->Close();
+        sink_.reset();
+        Post(WOM_CLOSE, 0);
+        Deliver(lock);
     }
 
     void Retire(WAVEHDR* hdr) {
@@ -212,12 +275,18 @@ private:
         uint64_t start = 0;
         for (const Entry& entry : queue_) {
             const uint64_t end = start + entry.frames;
+            const uint64_t leadFrames = entry.lead.empty() ? 0 : 1;
             while (offset < end) {
                 const uint64_t avail = sink_->Avail();
                 if (avail == 0) return;
-                const uint64_t n = std::min(avail, end - offset);
-                const uint64_t done =
-                    sink_->Write(entry.data + (offset - start) * format_.blockAlign, n);
+                uint64_t done;
+                if (offset - start < leadFrames) {
+                    done = sink_->Write(entry.lead.data(), 1);
+                } else {
+                    const uint64_t n = std::min(avail, end - offset);
+                    done = sink_->Write(
+                        entry.data + (offset - start - leadFrames) * format_.blockAlign, n);
+                }
                 if (done == 0) return;
                 offset += done;
             }
@@ -243,39 +312,25 @@ private:
     void PlayLoop() {
         pthread_setname_np(pthread_self(), "mw-waveout");
         std::unique_lock lock(mutex_);
-        while (!closing_) {
+        threadId_ = std::this_thread::get_id();
+        for (;;) {
+            Deliver(lock);
+            if (closing_) break;
             if (!queue_.empty()) {
                 if (!paused_) Feed();
                 Complete();  // also while paused: what played before the pause is done
             }
-            if (queue_.empty() || paused_) {
-                play_cv_.wait(lock);
-                continue;
-            }
-            const Clock::time_point wake = sink_->WakeFor(base_ + queue_.front().frames);
-            if (wake == Clock::time_point::max()) {
+            if (!messages_.empty()) continue;
+            wakeAt_ = queue_.empty() ? Clock::time_point::max() : NextWake();
+            waiting_ = true;
+            if (wakeAt_ == Clock::time_point::max()) {
                 play_cv_.wait(lock);
             } else {
-                play_cv_.wait_until(lock, wake);
+                play_cv_.wait_until(lock, wakeAt_);
             }
+            waiting_ = false;
         }
-    }
-
-    void MessageLoop() {
-        pthread_setname_np(pthread_self(), "mw-waveout-cb");
-        std::unique_lock lock(mutex_);
-        msgThreadId_ = std::this_thread::get_id();
-        for (;;) {
-            msg_cv_.wait(lock, [&] { return !messages_.empty() || msgStop_; });
-            if (messages_.empty()) break;
-            const Message m = messages_.front();
-            messages_.pop_front();
-            lock.unlock();
-            if (callback_) callback_(handle_, m.msg, instance_, m.param1, 0);
-            lock.lock();
-            ++delivered_;
-            delivered_cv_.notify_all();
-        }
+        Finish(lock);
     }
 
     const HWAVEOUT handle_;
@@ -286,22 +341,23 @@ private:
     const DWORD_PTR instance_;
 
     std::mutex mutex_;
-    std::condition_variable play_cv_;
-    std::condition_variable msg_cv_;
+    std::condition_variable play_cv_;  // wakes the device thread: a message, a change, a close
     std::condition_variable delivered_cv_;
     std::deque<Entry> queue_;
-    uint64_t base_ = 0;  // sink frame number of the first frame of queue_.front()
+    std::vector<uint8_t> carry_;  // the bytes of a frame that the next header completes
+    uint64_t base_ = 0;           // sink frame number of the first frame of queue_.front()
     uint64_t positionBase_ = 0;
     uint64_t buffersPlayed_ = 0;
     bool paused_ = false;
     bool closing_ = false;
+    bool waiting_ = false;  // the device thread sleeps until wakeAt_
+    Clock::time_point wakeAt_{};
     std::deque<Message> messages_;
     uint64_t posted_ = 0;
     uint64_t delivered_ = 0;
-    bool msgStop_ = false;
+    MMRESULT closeResult_ = MMSYSERR_NOERROR;
     std::thread playThread_;
-    std::thread msgThread_;
-    std::thread::id msgThreadId_;
+    std::thread::id threadId_;
 };
 
 // The open handles. Numbers are never reused within a process.

@@ -34,7 +34,7 @@ check "lists the virtual output"          0 'Virtual Output' -- "$tool" devices
 check "missing file"                      1 "mediawire: cannot open '$dir/none.wav': No such file or directory" -- "$tool" play "$dir/none.wav" --device "Virtual Output"
 check "not audio"                         1 "not an audio file FFmpeg can decode" -- "$tool" play "$dir/notes.wav" --device "Virtual Output"
 check "unknown device"                    1 "mediawire: unknown device 'Foo' (see mediawire devices)" -- "$tool" play "$dir/half.wav" --device Foo
-check "no file"                           2 "usage:" -- "$tool" play
-check "bad prefill"                       2 "usage:" -- "$tool" play "$dir/half.wav" --prefill soon
+check "no file"                           2 "play needs a FILE or --tone SECONDS" -- "$tool" play
+check "bad prefill"                       2 "--prefill: Value soon not in range" -- "$tool" play "$dir/half.wav" --prefill soon
 
 exit $((failures > 0))
