@@ -11,6 +11,7 @@
 #include "evcode.h"
 #include "mmsystem.h"
 #include "platform/com/ComObject.h"
+#include "platform/filters/AudioGain.h"
 #include "platform/filters/Renderers.h"
 #include "platform/graph/ReferenceClock.h"
 #include "uuids.h"
@@ -334,41 +335,9 @@ private:
         if (drained && !self->FClosing) self->CheckComplete(self->State() == State_Running);
     }
 
-    // Volume and balance on the samples; unity leaves them bit for bit as they came.
     void ApplyGain(std::vector<char>& data) {
-        if (FVolume == 0 && FBalance == 0) return;
-        const double master = FVolume <= -10000 ? 0.0 : std::pow(10.0, FVolume / 2000.0);
-        const double left = FBalance > 0 ? std::pow(10.0, -FBalance / 2000.0) : 1.0;
-        const double right = FBalance < 0 ? std::pow(10.0, FBalance / 2000.0) : 1.0;
-        const WAVEFORMATEX& wf = FFormat;
-        const int channels = wf.nChannels;
-        const int bytes = wf.wBitsPerSample / 8;
-        bool isFloat = wf.wFormatTag == WAVE_FORMAT_IEEE_FLOAT;
-        if (wf.wFormatTag == WAVE_FORMAT_EXTENSIBLE && FFormatBytes.size() >= 40)
-            isFloat = IsEqualGUID(
-                reinterpret_cast<const WAVEFORMATEXTENSIBLE*>(FFormatBytes.data())->SubFormat,
-                MEDIASUBTYPE_IEEE_FLOAT);
-        const size_t frames = data.size() / wf.nBlockAlign;
-        for (size_t f = 0; f < frames; ++f) {
-            for (int c = 0; c < channels; ++c) {
-                const double g = master * (c == 0 && channels > 1 ? left : c == 1 ? right : 1.0);
-                char* p = data.data() + f * wf.nBlockAlign + c * bytes;
-                if (isFloat) {
-                    float v;
-                    std::memcpy(&v, p, 4);
-                    v = static_cast<float>(v * g);
-                    std::memcpy(p, &v, 4);
-                } else if (bytes == 1) {
-                    const int v = static_cast<unsigned char>(*p) - 128;
-                    *p = static_cast<char>(std::lround(v * g) + 128);
-                } else {
-                    int32_t v = 0;
-                    std::memcpy(reinterpret_cast<char*>(&v) + (4 - bytes), p, bytes);
-                    v = static_cast<int32_t>(std::lround(v * g));
-                    std::memcpy(p, reinterpret_cast<char*>(&v) + (4 - bytes), bytes);
-                }
-            }
-        }
+        ApplyVolume(reinterpret_cast<BYTE*>(data.data()), data.size(), FFormatBytes, FVolume,
+                    FBalance);
     }
 
     UINT FDevice;

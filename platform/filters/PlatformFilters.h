@@ -16,6 +16,11 @@ DEFINE_GUID(CLSID_MwFileSource, 0x6A3F2C10, 0x5B7E, 0x4E0C, 0x9C, 0x61, 0x2F, 0x
 DEFINE_GUID(CLSID_MwAudioConverter, 0x6A3F2C11, 0x5B7E, 0x4E0C, 0x9C, 0x61, 0x2F, 0x4B, 0x8D, 0x0E,
             0x7A, 0x31);
 
+// The gain filter of the catalogue (audio in, audio out, IBasicAudio applied in place).
+// {6A3F2C12-5B7E-4E0C-9C61-2F4B8D0E7A31}
+DEFINE_GUID(CLSID_MwGain, 0x6A3F2C12, 0x5B7E, 0x4E0C, 0x9C, 0x61, 0x2F, 0x4B, 0x8D, 0x0E, 0x7A,
+            0x31);
+
 namespace mw::filters {
 
 // Registers the graph service and the filters; safe to call more than once, from any thread.

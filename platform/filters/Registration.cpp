@@ -92,6 +92,8 @@ HRESULT RegisterPlatformFilters() {
             {REG_PINFLAG_B_OUTPUT, 1, 2, kAudioTypes, 0, nullptr, nullptr}};
         RegisterInMapper(CLSID_MwAudioConverter, u"Audio Converter", MERIT_NORMAL, converterPins,
                          2);
+        RegisterComClass(CLSID_MwGain, &CreateGainFilter);
+        RegisterInMapper(CLSID_MwGain, u"Audio Gain", MERIT_DO_NOT_USE, converterPins, 2);
         RegisterAudioRenderers();
         return true;
     }();

@@ -52,6 +52,7 @@ private:
 };
 
 HRESULT CreateAudioConverter(IUnknown* outer, REFIID iid, void** object);
+HRESULT CreateGainFilter(IUnknown* outer, REFIID iid, void** object);
 HRESULT CreateFileSource(IUnknown* outer, REFIID iid, void** object);
 HRESULT CreateSampleGrabber(IUnknown* outer, REFIID iid, void** object);
 

@@ -3,8 +3,10 @@
 // its connections saved into a compound file and loaded back.
 #include <atomic>
 #include <cstdio>
+#include <cstring>
 
 #include "mwstring.h"
+#include "oleauto.h"
 #include "tests/graph_service/GraphTestSupport.h"
 #include "tests/playback/MediaFiles.h"
 #include "winuser.h"
@@ -271,6 +273,59 @@ TEST_F(RenderFile, ConnectInsertsTheConverterBetweenPinsThatDisagree) {
     while (e->Next(1, f.ReleaseAndGetAddressOf(), nullptr) == S_OK)
         ++count;
     EXPECT_EQ(count, 6);  // source, converter, grabber, null, video grabber, source 2
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(RenderFile, GainFilterFromTheCatalogueProcessesTheAudio) {
+    std::vector<uint8_t> samples(4410 * 4);
+    for (size_t i = 0; i < samples.size(); i += 2) {
+        const int16_t v = 16000;
+        std::memcpy(&samples[i], &v, 2);
+    }
+    const std::string path = dir.File("g.wav");
+    WriteWav(path, 44100, 2, 16, false, samples);
+    // Found by its friendly name in the general list, as a host finds a filter.
+    auto mapper = Create<IFilterMapper2>(CLSID_FilterMapper2);
+    ComPtr<IEnumMoniker> e;
+    ASSERT_EQ(mapper->EnumMatchingFilters(e.ReleaseAndGetAddressOf(), 0, FALSE, 0x200000, FALSE, 0,
+                                          nullptr, nullptr, nullptr, FALSE, FALSE, 0, nullptr,
+                                          nullptr, nullptr),
+              S_OK);
+    ComPtr<IBaseFilter> gain;
+    ComPtr<IMoniker> m;
+    while (!gain && e->Next(1, m.ReleaseAndGetAddressOf(), nullptr) == S_OK) {
+        ComPtr<IPropertyBag> bag;
+        m->BindToStorage(nullptr, nullptr, IID_IPropertyBag,
+                         reinterpret_cast<void**>(bag.ReleaseAndGetAddressOf()));
+        VARIANT v;
+        VariantInit(&v);
+        if (SUCCEEDED(bag->Read(u"FriendlyName", &v, nullptr)) &&
+            std::u16string(v.bstrVal) == u"Audio Gain")
+            m->BindToObject(nullptr, nullptr, IID_IBaseFilter,
+                            reinterpret_cast<void**>(gain.ReleaseAndGetAddressOf()));
+        VariantClear(&v);
+    }
+    ASSERT_TRUE(gain);
+    ASSERT_EQ(As<IBasicAudio>(gain.Get())->put_Volume(-600), S_OK);
+    ASSERT_EQ(graph->AddFilter(gain.Get(), u"Process Filter"), S_OK);
+    ComPtr<IBaseFilter> source;
+    ASSERT_EQ(graph->AddSourceFilter(mw::Utf8ToUtf16(path).c_str(), u"Source",
+                                     source.ReleaseAndGetAddressOf()),
+              S_OK);
+    ASSERT_EQ(graph->Connect(PinOf(source.Get(), PINDIR_OUTPUT).Get(),
+                             PinOf(gain.Get(), PINDIR_INPUT).Get()),
+              S_OK);
+    ASSERT_EQ(graph->Render(PinOf(gain.Get(), PINDIR_OUTPUT).Get()), S_OK);
+    TapCapture tap;
+    ASSERT_TRUE(RunToCompletion());
+    const auto bytes = tap.Bytes();
+    ASSERT_EQ(bytes.size(), samples.size());
+    int16_t first;
+    std::memcpy(&first, bytes.data(), 2);
+    EXPECT_NEAR(first, 16000 * 0.501, 20);
 }
 
 }  // namespace
