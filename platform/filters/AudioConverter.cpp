@@ -89,12 +89,15 @@ public:
     }
     std::vector<graph::MediaType> MediaTypes() override {
         if (!FInput->IsConnected()) return {};
-        const auto* in = FInput->ConnectedType().Wave();
+        const graph::MediaType type = FInput->ConnectedType();
+        const auto* in = type.Wave();
+        if (!in) return {};
         return {graph::AudioMediaType(Plain(WAVE_FORMAT_PCM, *in, 16)),
                 graph::AudioMediaType(Plain(WAVE_FORMAT_IEEE_FLOAT, *in, 32))};
     }
     void DecideBufferSize(ALLOCATOR_PROPERTIES& props) override {
-        const auto* out = ConnectedType().Wave();
+        const graph::MediaType type = ConnectedType();
+        const auto* out = type.Wave();
         props.cBuffers = std::max<LONG>(props.cBuffers, 4);
         props.cbBuffer =
             std::max<LONG>(props.cbBuffer, kOutputFrames * (out ? out->nBlockAlign : 8));
