@@ -154,8 +154,8 @@ HRESULT TDSBasePin::AttemptConnection(IPin* receiver, const AM_MEDIA_TYPE* type)
             }
         }
     }
-    DSAssert(SUCCEEDED(BreakConnect()));
     SetConnected(nullptr);
+    DSAssert(SUCCEEDED(BreakConnect()));
     return hr;
 }
 
@@ -430,17 +430,17 @@ void TDSBaseOutputPin::WaitForSenders() {
 
 STDMETHODIMP TDSBaseOutputPin::Disconnect() {
     return mw::DSGuarded([&]() -> HRESULT {
-        ComPtr<IMemAllocator> allocator;
         {
             DSLockGuard guard(FLock.Get());
             if (!IsStopped()) return VFW_E_NOT_STOPPED;
             if (!FConnected) return S_FALSE;
             FBreaking.store(true);
-            allocator = FAllocator;
+            // A send blocked for a sample is woken by the decommit, one retrying sees the flag.
+            // Decommitted under the lock, so that a Run in between commits after it, not before.
+            if (FAllocator) FAllocator->Decommit();
         }
-        // A send blocked for a sample is woken by the decommit, one retrying sees the flag. The
-        // filter lock is not held here: a downstream Receive may call back into the filter.
-        if (allocator) allocator->Decommit();
+        // The filter lock is not held while waiting: a downstream Receive may call back into
+        // the filter.
         WaitForSenders();
         DSLockGuard guard(FLock.Get());
         const HRESULT hr = IsStopped() ? DisconnectInternal() : VFW_E_NOT_STOPPED;
