@@ -523,18 +523,32 @@ TQWPin* QWFindPin(const TComponent* owner, const std::string& name) {
 }
 
 namespace {
-// The pairs (own pin, peer) that this component writes: connections of its source pins, and
-// of its state pins toward peers of a later-named side, so that each is written once.
-std::vector<std::pair<TQWPin*, TQWPin*>> SavedConnections(const TComponent& component) {
+bool IsWithin(const TComponent* c, const TComponent* root) {
+    for (; c; c = c->Owner())
+        if (c == root) return true;
+    return false;
+}
+
+// The pairs (own pin, peer) that this component writes, so that each connection inside the
+// written tree is written once and a connection to a component outside it (beside the form)
+// by the side inside: toward a peer inside, the source side writes, and of two state pins the
+// one with the lower path. `root` is the root being written, or null when unknown (then the
+// question is only whether there is anything to write).
+std::vector<std::pair<TQWPin*, TQWPin*>> SavedConnections(const TComponent& component,
+                                                          const TWriter* writer) {
     std::vector<std::pair<TQWPin*, TQWPin*>> r;
     for (TQWPin* pin : QWComponentPins(&component)) {
-        if (pin->Name().empty() || pin->Direction() == TQWPinDirection::Sink) continue;
+        if (pin->Name().empty()) continue;
         for (TQWPin* peer : pin->Connections()) {
             if (peer->Name().empty() || !peer->Owner() || peer->Owner()->Name().empty()) continue;
-            if (pin->Direction() == TQWPinDirection::State &&
-                std::make_pair(component.Name(), pin->Name()) >
-                    std::make_pair(peer->Owner()->Name(), peer->Name()))
-                continue;
+            const bool peerInside = !writer || IsWithin(peer->Owner(), &writer->Root());
+            if (peerInside) {
+                if (pin->Direction() == TQWPinDirection::Sink) continue;
+                if (pin->Direction() == TQWPinDirection::State && writer &&
+                    std::make_pair(writer->ComponentPath(component), pin->Name()) >
+                        std::make_pair(writer->ComponentPath(*peer->Owner()), peer->Name()))
+                    continue;
+            }
             r.emplace_back(pin, peer);
         }
     }
@@ -543,7 +557,7 @@ std::vector<std::pair<TQWPin*, TQWPin*>> SavedConnections(const TComponent& comp
 }  // namespace
 
 void QWDefineConnections(TFiler& filer, TComponent& component) {
-    const bool hasData = !SavedConnections(component).empty();
+    const bool hasData = !SavedConnections(component, dynamic_cast<const TWriter*>(&filer)).empty();
     filer.DefineProperty(
         "Connections",
         [&component](TReader& reader) {
@@ -558,35 +572,35 @@ void QWDefineConnections(TFiler& filer, TComponent& component) {
                 TComponent* self = reader.CurrentComponent();
                 if (!self) self = &component;
                 std::string peerPin = peerPath.substr(dot + 1);
-                // The reader's first, check-only pass works on scratch copies: it proves the
-                // connection can be made without making it, so that no pin outside the
-                // file sees a passing connection.
-                const bool checkOnly = reader.IsCheckingOnly();
-                reader.AddFixup(peerPath.substr(0, dot), [self, pinName, peerPin, peerPath, line,
-                                                          checkOnly](TComponent* peerOwner) {
+                reader.AddFixup(peerPath.substr(0, dot), [&reader, self, pinName, peerPin, peerPath,
+                                                          line](TComponent* peerOwner) {
                     TQWPin* pin = QWFindPin(self, pinName);
                     TQWPin* peer = peerOwner ? QWFindPin(peerOwner, peerPin) : nullptr;
                     if (!pin)
                         throw EReadError(line, std::string(self->ClassName()) + " has no pin \"" +
                                                    pinName + "\"");
                     if (!peer) throw EReadError(line, "No pin \"" + peerPath + "\"");
-                    if (checkOnly) {
-                        if (!pin->IsConnectedTo(*peer) && !pin->CanConnectTo(*peer))
-                            throw EReadError(line, "Pin \"" + pinName +
-                                                       "\" cannot be connected to \"" + peerPath +
-                                                       "\"");
-                        return;
-                    }
-                    if (!pin->IsConnectedTo(*peer) && !pin->Connect(*peer))
+                    if (pin->IsConnectedTo(*peer)) return;
+                    if (!pin->CanConnectTo(*peer))
                         throw EReadError(line, "Pin \"" + pinName + "\" cannot be connected to \"" +
                                                    peerPath + "\"");
+                    // A component beside the file hears of the connection only once the whole
+                    // load has succeeded.
+                    if (!reader.IsInFile(peerOwner)) {
+                        reader.DeferUntilDone([pin, peer] { pin->Connect(*peer); });
+                        return;
+                    }
+                    if (!pin->Connect(*peer))
+                        throw EReadError(line, "Pin \"" + pinName + "\" cannot be connected to \"" +
+                                                   peerPath + "\"");
+                    reader.AddUndo([pin, peer] { pin->Disconnect(*peer); });
                 });
             }
             reader.ReadListEnd();
         },
         [&component](TWriter& writer) {
             writer.WriteListBegin();
-            for (auto [pin, peer] : SavedConnections(component)) {
+            for (auto [pin, peer] : SavedConnections(component, &writer)) {
                 writer.WriteString(pin->Name());
                 writer.WriteString(writer.ComponentPath(*peer->Owner()) + "." + peer->Name());
             }

@@ -450,9 +450,12 @@ std::vector<TQWPin*> QWComponentPins(const TComponent* owner);
 TQWPin* QWFindPin(const TComponent* owner, const std::string& name);
 
 // Saves the component's wire connections as the defined property "Connections": a list of
-// pairs, the name of one of its pins and "Component.Pin" of the peer, written by the side
-// of the source pin. Reading connects the pins once every component of the file exists;
-// an unknown pin is an error of the file. TLockComponent calls it from DefineProperties.
+// pairs, the name of one of its pins and "Component.Pin" of the peer. A connection inside the
+// written form is written once, by the source side (of two state pins, by the one with the
+// lower path); a connection to a component outside the form is written by the side inside.
+// Reading connects the pins once every component of the file exists, and a pin outside the
+// file only once the whole load has succeeded; an unknown pin is an error of the file.
+// TLockComponent calls it from DefineProperties.
 void QWDefineConnections(TFiler& filer, TComponent& component);
 
 // Closes every pin of the component.

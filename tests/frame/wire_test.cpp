@@ -422,4 +422,143 @@ TEST(WireForm, AConnectionToAnUnknownPinFailsTheWholeLoad) {
     }
 }
 
+// A component with a state pin that counts what it hears.
+class TProgressPart : public TLockComponent {
+    MW_CLASS(TProgressPart, TLockComponent)
+public:
+    explicit TProgressPart(TComponent* owner)
+        : TLockComponent(owner),
+          Progress(this, ComponentLock(), {}, {}, [this](TQWPin*) { ++Connects; }) {
+        Progress.SetName("Progress");
+        Progress.SetOnDisconnect([this](TQWPin*) { ++Disconnects; });
+    }
+    TQWInt64TimeRangedStatePin Progress;
+    int Connects = 0, Disconnects = 0;
+};
+
+void RegisterWireClasses() {
+    RegisterClasses({TWiredForm::StaticClass(), TToneSource::StaticClass(),
+                     TRecorder::StaticClass(), TProgressPart::StaticClass()});
+}
+
+TEST(WireForm, ConnectionsToComponentsBesideTheFormAreSaved) {
+    RegisterWireClasses();
+    // "Beside" sorts before "Frame": the frame's state pin and its sink are the side that
+    // must write the connections, since the file holds nothing of Beside.
+    TOwned<TWiredForm> form(TComponent::New<TWiredForm>(nullptr));
+    form->SetName("Form1");
+    auto* besideState = TComponent::New<TProgressPart>(form.get());
+    besideState->SetName("ABeside");
+    auto* besideTone = TComponent::New<TToneSource>(form.get());
+    besideTone->SetName("ATone");
+    auto* frame = TComponent::New<TWiredForm>(form.get());
+    frame->SetName("Frame");
+    auto* bar = TComponent::New<TProgressPart>(frame);
+    bar->SetName("Bar");
+    auto* ear = TComponent::New<TRecorder>(frame);
+    ear->SetName("Ear");
+    ASSERT_TRUE(QWConnect(besideState->Progress, bar->Progress));
+    ASSERT_TRUE(QWConnect(besideTone->Output, ear->Input));
+
+    const std::string text = mw::WriteComponentToText(*frame);
+    EXPECT_NE(text.find("'ABeside.Progress'"), std::string::npos) << text;
+    EXPECT_NE(text.find("'ATone.Output'"), std::string::npos) << text;
+
+    frame->Free();
+    ASSERT_FALSE(besideState->Progress.IsConnected());
+    auto* back = dynamic_cast<TWiredForm*>(mw::ReadComponentFromText(text, form.get()));
+    ASSERT_TRUE(back);
+    auto* bar2 = dynamic_cast<TProgressPart*>(back->FindComponent("Bar"));
+    auto* ear2 = dynamic_cast<TRecorder*>(back->FindComponent("Ear"));
+    ASSERT_TRUE(bar2 && ear2);
+    EXPECT_TRUE(bar2->Progress.IsConnectedTo(besideState->Progress));
+    EXPECT_TRUE(ear2->Input.IsConnectedTo(besideTone->Output));
+    besideTone->Send({1, 2});
+    EXPECT_EQ(ear2->Bytes, (std::vector<uint8_t>{1, 2}));
+    EXPECT_EQ(mw::WriteComponentToText(*back), text);
+
+    // Inside one file a state connection is written once.
+    TOwned<TWiredForm> whole(TComponent::New<TWiredForm>(nullptr));
+    whole->SetName("Whole");
+    auto* p1 = TComponent::New<TProgressPart>(whole.get());
+    p1->SetName("P1");
+    auto* p2 = TComponent::New<TProgressPart>(whole.get());
+    p2->SetName("P2");
+    QWConnect(p2->Progress, p1->Progress);
+    const std::string wholeText = mw::WriteComponentToText(*whole);
+    EXPECT_EQ(wholeText.find("'P1.Progress'"), std::string::npos) << wholeText;
+    const size_t once = wholeText.find("'P2.Progress'");
+    EXPECT_NE(once, std::string::npos) << wholeText;
+    EXPECT_EQ(wholeText.find("'P2.Progress'", once + 1), std::string::npos) << wholeText;
+}
+
+TEST(WireForm, AFailedLoadLeavesComponentsBesideTheFormUntouched) {
+    RegisterWireClasses();
+    TOwned<TWiredForm> form(TComponent::New<TWiredForm>(nullptr));
+    form->SetName("Form1");
+    auto* beside = TComponent::New<TProgressPart>(form.get());
+    beside->SetName("Beside");
+    // The connection to Beside is read, then a later reference fails the load.
+    const std::string text =
+        "object Frame: TWiredForm\n"
+        "  object Bar: TProgressPart\n"
+        "    Connections = (\n"
+        "      'Progress'\n"
+        "      'Beside.Progress')\n"
+        "  end\n"
+        "  object Late: TRecorder\n"
+        "    Connections = (\n"
+        "      'Input'\n"
+        "      'Nobody.Output')\n"
+        "  end\n"
+        "end\n";
+    try {
+        mw::ReadComponentFromText(text, form.get());
+        ADD_FAILURE() << "loaded";
+    } catch (const EReadError& e) {
+        EXPECT_EQ(e.Line(), 10) << e.what();
+    }
+    EXPECT_EQ(beside->Connects, 0);
+    EXPECT_EQ(beside->Disconnects, 0);
+    EXPECT_EQ(form->ComponentCount(), 1);
+
+    // Loaded into an existing frame, the same: and the frame's own connections made by the
+    // failed load are taken back.
+    auto* frame = TComponent::New<TWiredForm>(form.get());
+    frame->SetName("Frame");
+    auto* tone = TComponent::New<TToneSource>(frame);
+    tone->SetName("Tone");
+    auto* ear = TComponent::New<TRecorder>(frame);
+    ear->SetName("Ear");
+    auto* bar = TComponent::New<TProgressPart>(frame);
+    bar->SetName("Bar");
+    const std::string before = mw::WriteComponentToText(*frame);
+    const std::string intoExisting =
+        "object Frame: TWiredForm\n"
+        "  object Tone: TToneSource\n"
+        "    Connections = ('Output' 'Ear.Input')\n"
+        "  end\n"
+        "  object Bar: TProgressPart\n"
+        "    Connections = ('Progress' 'Beside.Progress')\n"
+        "  end\n"
+        "  object Late: TRecorder\n"
+        "    Connections = ('Input' 'Nobody.Output')\n"
+        "  end\n"
+        "end\n";
+    EXPECT_THROW(mw::ReadComponentPropertiesFromText(intoExisting, *frame), EReadError);
+    EXPECT_FALSE(tone->Output.IsConnected());
+    EXPECT_EQ(ear->Connects, 1);
+    EXPECT_EQ(ear->Disconnects, 1);
+    EXPECT_EQ(beside->Connects, 0);
+    EXPECT_EQ(mw::WriteComponentToText(*frame), before);
+
+    // Without the faulty component it loads whole, the connection beside included.
+    std::string good = intoExisting;
+    good.erase(good.find("  object Late"), good.find("end\nend") + 4 - good.find("  object Late"));
+    mw::ReadComponentPropertiesFromText(good, *frame);
+    EXPECT_TRUE(tone->Output.IsConnectedTo(ear->Input));
+    EXPECT_TRUE(bar->Progress.IsConnectedTo(beside->Progress));
+    EXPECT_EQ(beside->Connects, 1);
+}
+
 }  // namespace
