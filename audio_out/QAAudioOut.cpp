@@ -194,11 +194,7 @@ TQAAudioOut::~TQAAudioOut() {
     mw::CancelMainThreadCalls(this);
 }
 
-void TQAAudioOut::BeforeDestruction() {
-    // Refuses calls to the main thread for this component while it stops, and drops queued
-    // ones: a wave thread or a sender must not reach a component that goes.
-    mw::MainThreadCallBlock block(this);
-    QWCloseComponentPins(this);
+void TQAAudioOut::StopWork() {
     {
         TLockGuard g = ComponentLock()->AcquireWrite();
         try {
@@ -208,7 +204,7 @@ void TQAAudioOut::BeforeDestruction() {
         }
     }
     FBufferQueue->Clear();
-    TQABasicAudioOut::BeforeDestruction();
+    TQABasicAudioOut::StopWork();
 }
 
 void TQAAudioOut::Publish(TPropertyList& p) {

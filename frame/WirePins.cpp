@@ -15,6 +15,14 @@ int OwnDeliveries(const PinAnchor* a) {
     return static_cast<int>(std::count(tlsDelivering.begin(), tlsDelivering.end(), a));
 }
 
+// Making and breaking connections: a check and the change of both pins' lists are one step,
+// so that two threads connecting one pair make one connection. Never held while an event or
+// an operation runs.
+std::mutex& ConnectionMutex() {
+    static std::mutex m;
+    return m;
+}
+
 // The pins of each component, for finding pins by name and saving connections.
 struct PinRegistry {
     std::mutex Mutex;
@@ -81,7 +89,8 @@ TQWPin::TQWPin(TComponent* owner, IBasicLock* lock, TQWBasicPinNotificationEvent
     : TQWBasicPin(owner, lock),
       FAnchor(std::make_shared<PinAnchor>(this)),
       FPeers(std::make_shared<const PeerList>()),
-      FDispatch(std::move(dispatch)),
+      FDispatch(dispatch ? std::make_shared<const TQWBasicPinNotificationEvent>(std::move(dispatch))
+                         : nullptr),
       FOnConnect(std::move(onConnect)),
       FOnDisconnect(std::move(onDisconnect)) {
     auto& r = mw::wire::Registry();
@@ -123,24 +132,30 @@ bool TQWSinkPin::CanConnectTo(const TQWPin& other) const {
 }
 
 bool TQWPin::Connect(TQWPin& other) {
-    if (IsClosed() || other.IsClosed() || !CanConnectTo(other) || IsConnectedTo(other))
-        return false;
-    if (!AddPeer(other.FAnchor)) return false;
-    other.AddPeer(FAnchor);
+    {
+        std::lock_guard lk(mw::wire::ConnectionMutex());
+        if (IsClosed() || other.IsClosed() || !CanConnectTo(other) || IsConnectedTo(other))
+            return false;
+        AddPeer(other.FAnchor);
+        other.AddPeer(FAnchor);
+    }
     Connected(other);
     other.Connected(*this);
-    if (FOnConnect) FOnConnect(this);
-    if (other.FOnConnect) other.FOnConnect(&other);
+    if (TQWPinEvent e = OnConnect()) e(this);
+    if (TQWPinEvent e = other.OnConnect()) e(&other);
     return true;
 }
 
 bool TQWPin::Disconnect(TQWPin& other) {
-    if (!RemovePeer(&other)) return false;
-    other.RemovePeer(this);
+    {
+        std::lock_guard lk(mw::wire::ConnectionMutex());
+        if (!RemovePeer(&other)) return false;
+        other.RemovePeer(this);
+    }
     Disconnected(other);
     other.Disconnected(*this);
-    if (FOnDisconnect) FOnDisconnect(this);
-    if (other.FOnDisconnect) other.FOnDisconnect(&other);
+    if (TQWPinEvent e = OnDisconnect()) e(this);
+    if (TQWPinEvent e = other.OnDisconnect()) e(&other);
     return true;
 }
 
@@ -178,12 +193,11 @@ std::shared_ptr<const TQWPin::PeerList> TQWPin::Peers() const {
     return FPeers;
 }
 
-bool TQWPin::AddPeer(const mw::wire::PinAnchorRef& peer) {
+void TQWPin::AddPeer(const mw::wire::PinAnchorRef& peer) {
     std::lock_guard lk(FPeersMutex);
     auto next = std::make_shared<PeerList>(*FPeers);
     next->push_back(peer);
     FPeers = std::move(next);
-    return true;
 }
 
 bool TQWPin::RemovePeer(const TQWPin* peer) {
@@ -216,22 +230,57 @@ void TQWPin::Notify(IQWNotifyOperation* operation) {
 }
 
 void TQWPin::Receive(TQWPin* sender, IQWNotifyOperation* operation, TQWNotifyState state) {
-    if (!FDispatch) return;
+    std::shared_ptr<const TQWBasicPinNotificationEvent> dispatch;
+    {
+        std::lock_guard lk(FSettingsMutex);
+        dispatch = FDispatch;
+    }
+    if (!dispatch) return;
     // The data type of a connection is the one its source produces.
     const GUID* type = Direction() == TQWPinDirection::Sink ? &sender->DataType() : &DataType();
-    FDispatch(this, sender, type, operation, state);
+    (*dispatch)(this, sender, type, operation, state);
+}
+
+void TQWPin::SetDispatch(TQWBasicPinNotificationEvent dispatch) {
+    auto next = dispatch ? std::make_shared<const TQWBasicPinNotificationEvent>(std::move(dispatch))
+                         : nullptr;
+    std::lock_guard lk(FSettingsMutex);
+    FDispatch = std::move(next);
+}
+
+void TQWPin::SetOnConnect(TQWPinEvent e) {
+    std::lock_guard lk(FSettingsMutex);
+    FOnConnect = std::move(e);
+}
+
+void TQWPin::SetOnDisconnect(TQWPinEvent e) {
+    std::lock_guard lk(FSettingsMutex);
+    FOnDisconnect = std::move(e);
+}
+
+TQWPinEvent TQWPin::OnConnect() const {
+    std::lock_guard lk(FSettingsMutex);
+    return FOnConnect;
+}
+
+TQWPinEvent TQWPin::OnDisconnect() const {
+    std::lock_guard lk(FSettingsMutex);
+    return FOnDisconnect;
 }
 
 void TQWPin::AddLinkedPin(TQWPin* pin) {
+    std::lock_guard lk(FSettingsMutex);
     if (pin && std::find(FLinked.begin(), FLinked.end(), pin) == FLinked.end())
         FLinked.push_back(pin);
 }
 
 void TQWPin::RemoveLinkedPin(TQWPin* pin) {
+    std::lock_guard lk(FSettingsMutex);
     std::erase(FLinked, pin);
 }
 
 std::vector<TQWPin*> TQWPin::LinkedPins() const {
+    std::lock_guard lk(FSettingsMutex);
     return FLinked;
 }
 
@@ -265,8 +314,19 @@ void TQSQWClockableSourcePin::SubmitBuffer(IQSData* data) {
     Notify(op.Get());
 }
 
+void TQSQWClockableSourcePin::SetOnMasterPump(TQWMasterPumpEvent e) {
+    auto next = e ? std::make_shared<const TQWMasterPumpEvent>(std::move(e)) : nullptr;
+    std::lock_guard lk(FPumpMutex);
+    FOnMasterPump = std::move(next);
+}
+
 void TQSQWClockableSourcePin::MasterPumpFromSink(TObject* master, uint32_t operationNumber) {
-    if (FOnMasterPump) FOnMasterPump(this, master, operationNumber);
+    std::shared_ptr<const TQWMasterPumpEvent> handler;
+    {
+        std::lock_guard lk(FPumpMutex);
+        handler = FOnMasterPump;
+    }
+    if (handler) (*handler)(this, master, operationNumber);
 }
 
 TQWQMGraphSourcePin::TQWQMGraphSourcePin(TComponent* owner, IBasicLock* lock, IBasicLock*, int,

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,6 +14,7 @@
 #include "frame/QSData.h"
 #include "frame/WirePins.h"
 #include "tests/support/Wait.h"
+#include "winbase.h"
 
 using mw::test::WaitUntil;
 
@@ -360,6 +362,84 @@ TEST_F(Wire, SinkMayBeFreedWhileAnotherThreadSends) {
         stop = true;
         sender.join();
     }
+}
+
+// A sink whose connection check can be held, to line two connecting threads up.
+class THeldSink : public TQAQWAudioSinkPin {
+    MW_CLASS(THeldSink, TQAQWAudioSinkPin)
+public:
+    using TQAQWAudioSinkPin::TQAQWAudioSinkPin;
+    std::function<void()> OnCheck;
+    bool CanConnectTo(const TQWPin& other) const override {
+        if (OnCheck) OnCheck();
+        return TQAQWAudioSinkPin::CanConnectTo(other);
+    }
+};
+
+TEST_F(Wire, TwoThreadsConnectingOnePairMakeOneConnection) {
+    auto* src = Make<TToneSource>();
+    auto* owner = Make<TRecorder>();
+    std::atomic<int> connects{0};
+    THeldSink sink(owner, owner->ComponentLock(), {}, [&](TQWPin*) { ++connects; });
+    std::atomic<int> checks{0};
+    std::atomic<bool> release{false};
+    sink.OnCheck = [&] {
+        if (++checks == 1)
+            while (!release.load())
+                std::this_thread::yield();
+    };
+    std::atomic<bool> firstResult{false}, secondResult{false};
+    std::thread first([&] { firstResult = src->Output.Connect(sink); });
+    ASSERT_TRUE(WaitUntil([&] { return checks.load() == 1; }));
+    std::atomic<uint32_t> secondTid{0};
+    std::thread second([&] {
+        secondTid = GetCurrentThreadId();
+        secondResult = sink.Connect(src->Output);
+    });
+    // The second thread either waits for the first to finish connecting or checks the pair
+    // while the first is between its check and its change: the fault.
+    ASSERT_TRUE(WaitUntil([&] {
+        return checks.load() >= 2 ||
+               (secondTid.load() != 0 && mw::test::ThreadIsBlocked(secondTid.load()));
+    }));
+    release = true;
+    first.join();
+    second.join();
+    EXPECT_EQ(src->Output.ConnectionCount(), 1);
+    EXPECT_EQ(sink.ConnectionCount(), 1);
+    EXPECT_EQ(connects.load(), 1);
+    EXPECT_NE(firstResult.load(), secondResult.load());
+    sink.Close();
+}
+
+TEST_F(Wire, HandlersAndLinkedPinsMayChangeWhileOperationsArrive) {
+    auto* src = Make<TToneSource>();
+    auto* r = Make<TRecorder>();
+    ASSERT_TRUE(QWConnect(src->Output, r->Input));
+    constexpr int kSends = 2000;
+    std::atomic<int> viaFirst{0}, viaSecond{0};
+    auto counting = [](std::atomic<int>& n) {
+        return [&n](TQWBasicPin*, TQWBasicPin*, const GUID*, IQWNotifyOperation*, TQWNotifyState) {
+            ++n;
+            return 0;
+        };
+    };
+    r->Input.SetDispatch(counting(viaSecond));
+    std::atomic<bool> sending{true};
+    std::thread sender([&] {
+        for (int i = 0; i < kSends; ++i)
+            src->Say<TQWQSPauseOperation>();
+        sending = false;
+    });
+    for (int i = 0; sending.load(); ++i) {
+        r->Input.SetDispatch(counting(i % 2 ? viaFirst : viaSecond));
+        r->Input.SetOnConnect([](TQWPin*) {});
+        src->Output.AddLinkedPin(&r->Input);
+        EXPECT_LE(src->Output.LinkedPins().size(), 1u);
+        src->Output.RemoveLinkedPin(&r->Input);
+    }
+    sender.join();
+    EXPECT_EQ(viaFirst.load() + viaSecond.load(), kSends);
 }
 
 class TWiredForm : public TLockComponent {
