@@ -195,6 +195,8 @@ TQAAudioOut::~TQAAudioOut() {
 }
 
 void TQAAudioOut::StopWork() {
+    // Nothing more arrives from the sources while the output stops.
+    QWCloseComponentPins(this);
     {
         TLockGuard g = ComponentLock()->AcquireWrite();
         try {

@@ -63,10 +63,10 @@ void TLockComponent::AfterConstruction() {
 void TLockComponent::BeforeDestruction() {
     // A worker stopped below must not queue (or wait for) a call to a component that goes.
     FCallBlock.emplace(this);
-    // Pins go first, without the lock: a delivery in progress into one of them may be
+    StopWork();
+    // Then the pins, without the lock: a delivery in progress into one of them may be
     // waiting for the lock, and closing a pin waits for its deliveries to end.
     QWCloseComponentPins(this);
-    StopWork();
     TLockGuard g = FComponentLock->AcquireWrite();
     TComponent::BeforeDestruction();
 }

@@ -8,8 +8,8 @@
 //
 // Lifecycle: created in code with TComponent::New<T>(owner) or by the form reader, then
 // CreateStart(false) (in code) or CreateStart(true) (after loading) once the component
-// stands; freed with Free() or by the owner. BeforeDestruction then closes the component's
-// pins, runs StopWork, where a subclass ends its threads and its stream, and takes the
+// stands; freed with Free() or by the owner. BeforeDestruction then runs StopWork, where a
+// subclass ends its threads and its stream, closes the component's pins and takes the
 // exclusive lock for the rest. From the start of BeforeDestruction until the component is gone
 // no call to the main thread on its behalf is queued or run (a worker that still asks is
 // refused), so a subclass needs no guard of its own for that. At design time (csDesigning) a
@@ -128,8 +128,10 @@ protected:
         return [this] { NotifyProp(); };
     }
     // Ends the component's work before it goes: stops its threads and its stream. Runs once,
-    // on the thread that frees the component, after its pins are closed and while calls to
-    // the main thread for it are refused, without the component lock (take it as needed).
+    // on the thread that frees the component, while calls to the main thread for it are
+    // refused, without the component lock (take it as needed). The pins are still open, so a
+    // source can tell its sinks that the stream ended; a sink that must take no more
+    // deliveries while it stops closes its pins first (QWCloseComponentPins).
     virtual void StopWork() {}
 
 private:
