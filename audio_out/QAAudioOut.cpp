@@ -197,10 +197,8 @@ TQAAudioOut::~TQAAudioOut() {
     mw::CancelMainThreadCalls(this);
 }
 
-void TQAAudioOut::BeforeDestruction() {
-    // Refuses calls to the main thread for this component while it stops, and drops queued
-    // ones: a wave thread or a sender must not reach a component that goes.
-    mw::MainThreadCallBlock block(this);
+void TQAAudioOut::StopWork() {
+    // Nothing more arrives from the sources while the output stops.
     QWCloseComponentPins(this);
     {
         TLockGuard g = ComponentLock()->AcquireWrite();
@@ -211,7 +209,7 @@ void TQAAudioOut::BeforeDestruction() {
         }
     }
     FBufferQueue->Clear();
-    TQABasicAudioOut::BeforeDestruction();
+    TQABasicAudioOut::StopWork();
 }
 
 void TQAAudioOut::Publish(TPropertyList& p) {

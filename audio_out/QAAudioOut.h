@@ -177,7 +177,7 @@ public:
 protected:
     void SinkDispatch(IQWNotifyOperation* operation) override;
     void EnableChanged() override;
-    void BeforeDestruction() override;
+    void StopWork() override;
     // On the wave thread: one message of the device.
     void ProcessMessage(uint32_t uMsg, HWAVEOUT hwo, WAVEHDR* header);
 

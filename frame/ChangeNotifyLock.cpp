@@ -45,9 +45,18 @@ void ReentrantSharedMutex::Lock() {
         ++FWriteDepth;
         return;
     }
+    if (own > 0) {
+        // Each upgrading thread waits for the other's shared hold to go: neither ever would.
+        if (FUpgrading > 0)
+            throw ELockError(
+                "Assertion failure: two threads that hold a lock shared both wait for it "
+                "exclusively");
+        ++FUpgrading;
+    }
     ++FWaitingWriters;
     FCond.wait(lk, [&] { return FWriter == std::thread::id() && FReaders == own; });
     --FWaitingWriters;
+    if (own > 0) --FUpgrading;
     FWriter = me;
     FWriteDepth = 1;
 }

@@ -4,7 +4,8 @@
 // shared/exclusive lock that a thread may take again while it holds it (a setter called
 // from a dispatch handler, a read inside a write), so that nesting never deadlocks on one
 // thread. A thread that holds it shared and then asks for it exclusively waits until the
-// other readers are gone; two threads doing that at once deadlock, so don't upgrade.
+// other readers are gone; two threads doing that at once would wait for each other forever,
+// so the second one gets ELockError instead (a programming error: don't upgrade).
 //
 // Setters follow the same seven steps for every persisted property: take the lock (shared,
 // or exclusive when the flag says so), compare, announce the change to GPropertyChangeNotify,
@@ -22,6 +23,7 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -30,6 +32,12 @@
 using TChangeClosure = std::function<void()>;
 
 class TBasicLockChangeNotifyLock;
+
+// Raised by a misuse of a lock that would otherwise hang: a programming error.
+class ELockError : public std::logic_error {
+public:
+    using std::logic_error::logic_error;
+};
 
 namespace mw {
 // A shared/exclusive lock that one thread may take again in either mode while it holds it.
@@ -63,6 +71,7 @@ private:
     int FWriteDepth = 0;
     int FReaders = 0;  // shared holds of all threads
     int FWaitingWriters = 0;
+    int FUpgrading = 0;  // waiting writers that hold the lock shared
 };
 }  // namespace mw
 

@@ -5,14 +5,9 @@
 
 #include "frame/MainThread.h"
 
-namespace {
-bool SameText(const std::string& a, const std::string& b) {
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return std::tolower(static_cast<unsigned char>(x)) ==
-                      std::tolower(static_cast<unsigned char>(y));
-           });
-}
+using mw::SameText;
 
+namespace {
 bool IsValidIdent(const std::string& s) {
     if (s.empty()) return false;
     auto first = static_cast<unsigned char>(s[0]);

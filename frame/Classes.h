@@ -176,12 +176,13 @@ public:
     TCollectionItemClass ItemClass() const { return FItemClass; }
     int Count() const { return static_cast<int>(FItems.size()); }
     TCollectionItem* GetItem(int index) const { return FItems.at(index); }
-    // Creates an item of the item class at the end; the collection owns it.
-    TCollectionItem* Add();
-    TCollectionItem* Insert(int index);
-    void Delete(int index);
-    void Clear();
-    void Exchange(int a, int b);
+    // Creates an item of the item class at the end; the collection owns it. The changes of
+    // the list are virtual so that a collection with a lock takes it around each.
+    virtual TCollectionItem* Add();
+    virtual TCollectionItem* Insert(int index);
+    virtual void Delete(int index);
+    virtual void Clear();
+    virtual void Exchange(int a, int b);
     void Assign(const TPersistent& source) override;
     TPersistent* GetOwner() const override { return FOwner; }
     std::string GetNamePath() const override;

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <limits>
 
+#include "frame/Object.h"
+
 EReadError::EReadError(int line, const std::string& message)
     : EFilerError("Line " + std::to_string(line) + ": " + message),
       FLine(line),
@@ -19,15 +21,6 @@ constexpr int kMaxDepth = 200;
 // Longest piece of a string on one line, and bytes of binary data per line.
 constexpr size_t kStringPiece = 64;
 constexpr size_t kBinaryLine = 32;
-
-bool SameText(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) return false;
-    for (size_t i = 0; i < a.size(); ++i)
-        if (std::tolower(static_cast<unsigned char>(a[i])) !=
-            std::tolower(static_cast<unsigned char>(b[i])))
-            return false;
-    return true;
-}
 
 bool IsIdentStart(char c) {
     return std::isalpha(static_cast<unsigned char>(c)) || c == '_';

@@ -61,7 +61,10 @@ void TLockComponent::AfterConstruction() {
 }
 
 void TLockComponent::BeforeDestruction() {
-    // Pins go first, without the lock: a delivery in progress into one of them may be
+    // A worker stopped below must not queue (or wait for) a call to a component that goes.
+    FCallBlock.emplace(this);
+    StopWork();
+    // Then the pins, without the lock: a delivery in progress into one of them may be
     // waiting for the lock, and closing a pin waits for its deliveries to end.
     QWCloseComponentPins(this);
     TLockGuard g = FComponentLock->AcquireWrite();
@@ -82,6 +85,36 @@ void TLockCollection::NotifyProp() {
         p->NotifyProp();
     else if (auto* c = dynamic_cast<TLockComponent*>(owner))
         c->NotifyProp();
+}
+
+TCollectionItem* TLockCollection::Add() {
+    TLockGuard g = FLock->AcquireWrite();
+    return TCollection::Add();
+}
+
+TCollectionItem* TLockCollection::Insert(int index) {
+    TLockGuard g = FLock->AcquireWrite();
+    return TCollection::Insert(index);
+}
+
+void TLockCollection::Delete(int index) {
+    TLockGuard g = FLock->AcquireWrite();
+    TCollection::Delete(index);
+}
+
+void TLockCollection::Clear() {
+    TLockGuard g = FLock->AcquireWrite();
+    TCollection::Clear();
+}
+
+void TLockCollection::Exchange(int a, int b) {
+    TLockGuard g = FLock->AcquireWrite();
+    TCollection::Exchange(a, b);
+}
+
+void TLockCollection::Assign(const TPersistent& source) {
+    TLockGuard g = FLock->AcquireWrite();
+    TCollection::Assign(source);
 }
 
 void TLockCollection::NewItemCreated(TCollectionItem*) {

@@ -8,16 +8,21 @@
 //
 // Lifecycle: created in code with TComponent::New<T>(owner) or by the form reader, then
 // CreateStart(false) (in code) or CreateStart(true) (after loading) once the component
-// stands; freed with Free() or by the owner, which runs BeforeDestruction under the
-// exclusive lock first. At design time (csDesigning) a component starts no worker thread
-// and dispatches no events.
+// stands; freed with Free() or by the owner. BeforeDestruction then runs StopWork, where a
+// subclass ends its threads and its stream, closes the component's pins and takes the
+// exclusive lock for the rest. From the start of BeforeDestruction until the component is gone
+// no call to the main thread on its behalf is queued or run (a worker that still asks is
+// refused), so a subclass needs no guard of its own for that. At design time (csDesigning) a
+// component starts no worker thread and dispatches no events.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "frame/ChangeNotifyLock.h"
 #include "frame/Classes.h"
+#include "frame/MainThread.h"
 
 class TBasicObject : public TObject {
     MW_CLASS(TBasicObject, TObject)
@@ -115,15 +120,24 @@ public:
     void DefineProperties(TFiler& filer) override;
     void Loaded() override;
     void AfterConstruction() override;
-    void BeforeDestruction() override;
+    // Subclasses end their work in StopWork, which runs inside this.
+    void BeforeDestruction() final;
 
 protected:
     TChangeClosure Notifier() {
         return [this] { NotifyProp(); };
     }
+    // Ends the component's work before it goes: stops its threads and its stream. Runs once,
+    // on the thread that frees the component, while calls to the main thread for it are
+    // refused, without the component lock (take it as needed). The pins are still open, so a
+    // source can tell its sinks that the stream ended; a sink that must take no more
+    // deliveries while it stops closes its pins first (QWCloseComponentPins).
+    virtual void StopWork() {}
 
 private:
     ComPtr<IChangeNotifyLock> FComponentLock;
+    // Held from the start of BeforeDestruction until the component is gone.
+    std::optional<mw::MainThreadCallBlock> FCallBlock;
 };
 
 class TLockCollection : public TCollection {
@@ -141,6 +155,15 @@ public:
     virtual void AfterNewItemDestroyed(TCollectionItem*) {}
     // A new item was added through Add or Insert; subclasses name or set it up here.
     virtual void NewItemCreated(TCollectionItem* item);
+
+    // The list changes under the exclusive lock, so that readers under the shared lock
+    // (GetItem, Query) never see it half-changed.
+    TCollectionItem* Add() override;
+    TCollectionItem* Insert(int index) override;
+    void Delete(int index) override;
+    void Clear() override;
+    void Exchange(int a, int b) override;
+    void Assign(const TPersistent& source) override;
 
 protected:
     void Added(TCollectionItem* item) override;
@@ -170,7 +193,8 @@ private:
     ComPtr<IChangeNotifyLock> FLock;
 };
 
-// A collection of items of class T, read under the lock.
+// A collection of items of class T, read under the shared lock and changed under the
+// exclusive one.
 template <class T>
 class TTypedCollection : public TLockCollection {
     MW_CLASS(TTypedCollection, TLockCollection)
@@ -184,7 +208,7 @@ public:
         return GetNoLockItem(index);
     }
     void SetItem(int index, const T& item) { GetItem(index)->Assign(item); }
-    T* Add() { return static_cast<T*>(TCollection::Add()); }
+    T* Add() override { return static_cast<T*>(TLockCollection::Add()); }
     // A copy of the item list taken under the lock, in order or reversed.
     std::vector<T*> Query(bool reverse = false) const {
         TLockGuard g = Lock()->AcquireRead();

@@ -46,7 +46,15 @@ bool MainThreadExecute(TObject* owner, bool wait, std::function<void()> closure,
     if (mw::MainLoop::IsMainThread()) {
         if (defer && !wait) return mw::MainLoop::Post(std::move(closure), tag);
         if (owner && mw::MainLoop::IsOwnerBlocked(tag)) return false;
-        closure();
+        if (wait) {
+            closure();
+            return true;
+        }
+        try {
+            closure();
+        } catch (...) {
+            mw::MainLoop::ReportException(std::current_exception());
+        }
         return true;
     }
     if (!wait) return mw::MainLoop::Post(std::move(closure), tag);

@@ -6,15 +6,11 @@
 // Run) or while it waits for a thread (TThread::WaitFor). On the main thread itself a call runs
 // at once, so the main thread never waits for itself.
 //
-// A component whose closures may still be queued drops them before it goes: it calls
-// mw::CancelMainThreadCalls(this) in its stop, and holds a mw::MainThreadCallBlock while it
-// stops its threads in its destructor, so that a worker cannot queue (or wait for) a call to a
-// component that is being freed:
-//
-//     ~TMyComponent() {
-//         mw::MainThreadCallBlock block(this);  // drops queued calls, refuses new ones
-//         FThread = nullptr;                      // terminates and waits for the worker
-//     }
+// A component whose closures may still be queued drops them before it goes: TLockComponent
+// refuses and drops the calls of a component from the start of its BeforeDestruction on (with
+// a mw::MainThreadCallBlock), so that a worker stopped there cannot queue (or wait for) a call
+// to a component that is being freed. Other owners use mw::CancelMainThreadCalls and
+// mw::MainThreadCallBlock themselves.
 #pragma once
 
 #include <exception>
@@ -26,8 +22,10 @@ class TObject;
 //   owner: the object the closure works for, or null. Its queued calls can be dropped with
 //          mw::CancelMainThreadCalls and refused with mw::MainThreadCallBlock.
 //   wait:  true: the caller blocks until the closure has run (or was dropped); an exception
-//          thrown by the closure is thrown again in the caller. false: the closure is queued
-//          and the call returns at once; an exception goes to Application's exception handler.
+//          thrown by the closure is thrown again in the caller. false: the caller doesn't wait
+//          for the closure (on another thread it is queued and the call returns at once), and
+//          an exception goes to Application's exception handler, on whatever thread the call
+//          was made, so that it never reaches code that only asked for the closure to run.
 //   defer: on the main thread, queue the closure (to run at the next draining) instead of
 //          running it at once. Ignored with wait, and on other threads.
 // Returns true when the closure ran (wait) or was queued; false when it was dropped.

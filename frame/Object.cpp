@@ -2,6 +2,17 @@
 
 #include "frame/Properties.h"
 
+#include <cctype>
+
+bool mw::SameText(std::string_view a, std::string_view b) {
+    if (a.size() != b.size()) return false;
+    for (size_t i = 0; i < a.size(); ++i)
+        if (std::tolower(static_cast<unsigned char>(a[i])) !=
+            std::tolower(static_cast<unsigned char>(b[i])))
+            return false;
+    return true;
+}
+
 TMetaClass::TMetaClass(const char* name, TClass parent, Factory factory, Publisher publish)
     : FName(name), FParent(parent), FFactory(factory), FPublish(publish) {}
 

@@ -10,11 +10,19 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <vector>
 
 class TObject;
 class TMetaClass;
+
+namespace mw {
+// Names of classes, components, properties and values compare without regard to ASCII case,
+// as form files write them.
+bool SameText(std::string_view a, std::string_view b);
+}  // namespace mw
+
 class TPropertyList;
 using TClass = const TMetaClass*;
 

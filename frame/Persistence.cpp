@@ -14,16 +14,9 @@
 #include <sstream>
 #include <unordered_set>
 
-namespace {
+using mw::SameText;
 
-bool SameText(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) return false;
-    for (size_t i = 0; i < a.size(); ++i)
-        if (std::tolower(static_cast<unsigned char>(a[i])) !=
-            std::tolower(static_cast<unsigned char>(b[i])))
-            return false;
-    return true;
-}
+namespace {
 
 std::string Lower(std::string_view s) {
     std::string out(s);
@@ -269,6 +262,22 @@ public:
         pers->DefineProperties(w);
     }
 
+    // The value `write` gives for the defined property `name` of `obj`, whatever its default.
+    static bool Capture(TWriter& w, const TObject& obj, const std::string& name,
+                        const TFiler::TWriterProc& write, mw::FormValue& out) {
+        std::vector<mw::FormProperty> props;
+        TWriter::TImpl& im = *w.FImpl;
+        im.Out = &props;
+        im.Prefix.clear();
+        im.Object = &obj;
+        w.DefineProperty(name, nullptr, write, true);
+        im.Out = nullptr;
+        im.Object = nullptr;
+        if (props.size() != 1) return false;
+        out = std::move(props.front().Value);
+        return true;
+    }
+
     static mw::FormValue Collection(TWriter& w, TCollection& coll) {
         mw::FormValue v = ValueOf(TValueType::vaCollection);
         for (int i = 0; i < coll.Count(); ++i) {
@@ -284,6 +293,7 @@ public:
         mw::FormValue v;
         switch (p.Kind) {
             case TPropKind::Integer:
+            case TPropKind::Cardinal:
             case TPropKind::Int64:
                 v.Type = TValueType::vaInteger;
                 v.Integer = std::get<int64_t>(value);
@@ -463,8 +473,8 @@ void TWriter::WriteComponentRef(const TComponent* component) {
 
 // ---- TReader
 
-// One load of the file into a root: the real one, or the scratch instance that proves the
-// file loads before an existing root is touched.
+// One load of the file into a root, or a nested reading that puts back a value while a failed
+// load is taken back.
 struct TReader::TPass {
     struct TFixup {
         std::string Path;
@@ -478,12 +488,18 @@ struct TReader::TPass {
     TComponent* Root = nullptr;
     TComponent* LookupOwner = nullptr;  // where references beside the root are found
     TComponent* Current = nullptr;
-    bool CheckOnly = false;
-    std::vector<TComponent*> Loaded;            // every component read, in creation order
-    std::unordered_set<const TComponent*> New;  // created by this pass
+    // Loading into a root that existed: what the load changes in components that existed is
+    // recorded in Undos, so that a failed load can take it back.
+    bool Undoable = false;
+    int CollectionDepth = 0;  // > 0 while the items of a collection are read
+    // Every component read, in creation order, with the line of its object.
+    std::vector<std::pair<TComponent*, int>> Loaded;
+    std::unordered_set<const TComponent*> New;  // created by this pass, or by its constructors
     std::vector<TComponent*> Created;           // created under a component that existed
     std::vector<TFixup> Fixups;
     std::vector<TDeferred> Deferreds;
+    std::vector<std::function<void()>> Undos;
+    std::vector<std::function<void()>> Finals;
 
     TComponent* Resolve(std::string_view path) const {
         std::vector<std::string> segs = SplitDots(path);
@@ -497,6 +513,10 @@ struct TReader::TPass {
         }
         return nullptr;
     }
+    // True when a change to the object being read now is to be recorded for an undo: it
+    // belongs to a component that existed before the load, outside the items of a collection
+    // (a collection is put back whole).
+    bool Records() const { return Undoable && CollectionDepth == 0 && !New.count(Current); }
 };
 
 TReader::TReader(std::string_view text) : FForm(mw::ParseForm(text)) {}
@@ -534,10 +554,119 @@ void SetComponentName(TComponent& c, const std::string& name, int line) {
     if (!name.empty()) Guarded(line, "", [&] { c.SetName(name); });
 }
 
+void CheckClassOf(const TComponent& c, const mw::FormObject& fo) {
+    if (!SameText(c.ClassName(), fo.ClassName))
+        throw EReadError(
+            fo.Line, "Component " + fo.Name + " is a " + c.ClassName() + ", not a " + fo.ClassName);
+}
+
+// The value of a plain published property (not an object, not a component reference) as the
+// file gives it; throws EReadError naming the line when it doesn't fit the property.
+TPropValue PublishedValue(const TPropInfo& info, const mw::FormProperty& prop) {
+    const mw::FormValue& v = prop.Value;
+    auto wrongType = [&](const char* expected) {
+        return EReadError(v.Line, "Invalid value for property \"" + prop.Name + "\": " + expected +
+                                      " expected but " + TypeName(v.Type) + " found");
+    };
+    auto badElement = [&](const std::string& element) {
+        return EReadError(v.Line,
+                          "Invalid value \"" + element + "\" for property \"" + prop.Name + "\"");
+    };
+    switch (info.Kind) {
+        case TPropKind::Integer:
+        case TPropKind::Cardinal:
+            if (v.Type != TValueType::vaInteger) throw wrongType("an integer");
+            if (v.Integer < info.MinValue || v.Integer > info.MaxValue)
+                throw EReadError(v.Line, "Value " + std::to_string(v.Integer) +
+                                             " out of range for property \"" + prop.Name + "\" (" +
+                                             std::to_string(info.MinValue) + " to " +
+                                             std::to_string(info.MaxValue) + ")");
+            return v.Integer;
+        case TPropKind::Int64:
+            if (v.Type != TValueType::vaInteger) throw wrongType("an integer");
+            return v.Integer;
+        case TPropKind::Float:
+            if (v.Type == TValueType::vaFloat) return v.Float;
+            if (v.Type == TValueType::vaInteger) return static_cast<double>(v.Integer);
+            if (IsNonFiniteWord(v)) return NonFinite(v);
+            throw wrongType("a number");
+        case TPropKind::Boolean:
+            if (v.Type != TValueType::vaTrue && v.Type != TValueType::vaFalse)
+                throw wrongType("True or False");
+            return v.Type == TValueType::vaTrue;
+        case TPropKind::String:
+            if (v.Type != TValueType::vaString) throw wrongType("a string");
+            return v.Text;
+        case TPropKind::Enum:
+            // Only the values the enumeration names: an ordinal past them is no value of it.
+            if (v.Type == TValueType::vaInteger) {
+                if (v.Integer < 0 || v.Integer >= static_cast<int64_t>(info.Names.size()))
+                    throw badElement(std::to_string(v.Integer));
+                return v.Integer;
+            }
+            if (v.Type == TValueType::vaIdent) {
+                int64_t ord = info.OrdinalOf(v.Text);
+                if (ord < 0) throw badElement(v.Text);
+                return ord;
+            }
+            throw wrongType("an identifier");
+        case TPropKind::Set: {
+            if (v.Type != TValueType::vaSet) throw wrongType("a set");
+            uint64_t mask = 0;
+            for (const std::string& e : v.Elements) {
+                int64_t bit = -1;
+                if (!e.empty() && (std::isdigit(static_cast<unsigned char>(e[0])) || e[0] == '-'))
+                    bit = std::atoll(e.c_str());
+                else
+                    bit = info.OrdinalOf(e);
+                if (bit < 0 || bit > 63) throw badElement(e);
+                mask |= uint64_t{1} << bit;
+            }
+            return static_cast<int64_t>(mask);
+        }
+        case TPropKind::Object:
+        case TPropKind::Component:
+            break;
+    }
+    throw std::logic_error("PublishedValue: not a plain property");
+}
+
+// Checks what can be checked of a file before anything is touched: the classes of components
+// to create, duplicate names, and the values of plain published properties. `live` is the
+// component the object will be read into when it exists already, else null.
+void CheckTree(const mw::FormObject& fo, const TComponent* live, TClass cls) {
+    for (const mw::FormProperty& prop : fo.Properties) {
+        if (prop.Name.find('.') != std::string::npos) continue;
+        const TPropInfo* info = cls->Properties().Find(prop.Name);
+        if (!info || !info->Set || info->Kind == TPropKind::Object ||
+            info->Kind == TPropKind::Component)
+            continue;
+        PublishedValue(*info, prop);
+    }
+    for (size_t i = 0; i < fo.Children.size(); ++i) {
+        const mw::FormObject& child = fo.Children[i];
+        for (size_t j = 0; j < i && !child.Name.empty(); ++j)
+            if (SameText(fo.Children[j].Name, child.Name))
+                throw EReadError(child.Line, "Duplicate component name " + child.Name);
+        const TComponent* twin =
+            live && !child.Name.empty() ? live->FindComponent(child.Name) : nullptr;
+        if (twin) {
+            CheckClassOf(*twin, child);
+            CheckTree(child, twin, twin->ClassType());
+            continue;
+        }
+        // Under a component still to be made, a child may come from its constructor: only a
+        // registered class can be checked there.
+        if (!live && !GetClass(child.ClassName)) continue;
+        CheckTree(child, nullptr, ComponentClass(child.ClassName, child.Line));
+    }
+}
+
 }  // namespace
 
 TComponent* TReader::ReadRootComponent(TComponent* owner) {
     TClass cls = ComponentClass(FForm.ClassName, FForm.Line);
+    CheckTree(FForm, nullptr, cls);
     TOwned<TComponent> root(CreateComponent(cls, owner, FForm.Line));
     TPass pass;
     pass.Root = root.get();
@@ -546,13 +675,15 @@ TComponent* TReader::ReadRootComponent(TComponent* owner) {
     // Loading from before AfterConstruction on: a component tells a load from a creation in
     // code by it, and starts its work in Loaded() instead.
     root->SetLoading(true);
-    pass.Loaded.push_back(root.get());
+    pass.Loaded.emplace_back(root.get(), FForm.Line);
     Guarded(FForm.Line, "", [&] { root->AfterConstruction(); });
     SetComponentName(*root, FForm.Name, FForm.Line);
-    RunPass(pass, nullptr);
-    for (TComponent* c : pass.Loaded)
-        c->Loaded();
-    return root.release();
+    RunPass(pass);
+    RunLoaded(pass);
+    // Nothing fails from here on: only now do components outside the file hear of it.
+    TComponent* result = root.release();
+    RunFinals(pass);
+    return result;
 }
 
 void TReader::ReadRootProperties(TComponent& root) {
@@ -567,110 +698,134 @@ void TReader::ReadRootProperties(TComponent& root) {
         if (other && other != &root)
             throw EReadError(FForm.Line, "A component named " + FForm.Name + " already exists");
     }
+    CheckTree(FForm, &root, root.ClassType());
 
-    // Load into a scratch instance of the root's class first: a file that fails there has
-    // touched nothing of the real root.
-    {
-        TClass cls = root.ClassType();
-        if (!cls->CanCreate())
-            throw EReadError(FForm.Line, std::string("Class ") + cls->ClassName() +
-                                             " cannot be created to check the form");
-        TOwned<TComponent> scratch(CreateComponent(cls, nullptr, FForm.Line));
-        if (root.IsDesigning()) scratch->SetDesigning(true);
-        TPass dry;
-        dry.Root = scratch.get();
-        dry.LookupOwner = root.Owner();
-        dry.New.insert(scratch.get());
-        dry.CheckOnly = true;
-        scratch->SetLoading(true);
-        dry.Loaded.push_back(scratch.get());
-        Guarded(FForm.Line, "", [&] { scratch->AfterConstruction(); });
-        SetComponentName(*scratch, FForm.Name, FForm.Line);
-        RunPass(dry, &root);
-    }
-
+    // The file goes straight into the root; what it changes in components that existed is
+    // recorded, and a failure takes it all back.
     TPass pass;
     pass.Root = &root;
     pass.LookupOwner = root.Owner();
+    pass.Undoable = true;
+    const std::string oldName = root.Name();
     root.SetLoading(true);
-    pass.Loaded.push_back(&root);
+    pass.Loaded.emplace_back(&root, FForm.Line);
     try {
         SetComponentName(root, FForm.Name, FForm.Line);
-        RunPass(pass, nullptr);
+        RunPass(pass);
+        RunLoaded(pass);
     } catch (...) {
-        // Only a component whose state differs from a fresh one can get here; at least take
-        // back the components this load made.
-        for (TComponent* c : pass.Loaded)
-            c->SetLoading(false);
-        for (auto it = pass.Created.rbegin(); it != pass.Created.rend(); ++it)
-            (*it)->Free();
+        Rollback(pass, oldName);
         throw;
     }
-    for (TComponent* c : pass.Loaded)
-        c->Loaded();
+    RunFinals(pass);
 }
 
-void TReader::RunPass(TPass& pass, const TComponent* mirror) {
+void TReader::RunPass(TPass& pass) {
+    TPass* saved = FPass;
     FPass = &pass;
     struct Reset {
         TReader& r;
+        TPass* saved;
         ~Reset() {
-            r.FPass = nullptr;
+            r.FPass = saved;
             r.FCursors.clear();
             r.FDefName = nullptr;
             r.FDefProp = nullptr;
         }
-    } reset{*this};
-    ReadComponentBody(*pass.Root, FForm, mirror);
+    } reset{*this, saved};
+    ReadComponentBody(*pass.Root, FForm);
     Finish(pass);
 }
 
-void TReader::ReadComponentBody(TComponent& comp, const mw::FormObject& fo,
-                                const TComponent* mirror) {
+void TReader::RunLoaded(TPass& pass) {
+    for (auto [c, line] : pass.Loaded) {
+        FLine = line;
+        const std::string context =
+            "Component " + (c->Name().empty() ? std::string(c->ClassName()) : c->Name()) + ": ";
+        Guarded(line, context, [c] { c->Loaded(); });
+    }
+}
+
+void TReader::RunFinals(TPass& pass) {
+    for (auto& f : pass.Finals)
+        f();
+}
+
+void TReader::Rollback(TPass& pass, const std::string& oldName) {
+    // Last change first, while every component made by the load still stands: an undo may
+    // reach one of them (a connection to a new component, say).
+    for (auto it = pass.Undos.rbegin(); it != pass.Undos.rend(); ++it) {
+        try {
+            (*it)();
+        } catch (...) {
+            // Putting back what the file changed reads values written from the same objects
+            // a moment before; the failure being reported is the one that matters.
+        }
+    }
+    for (auto it = pass.Created.rbegin(); it != pass.Created.rend(); ++it)
+        (*it)->Free();
+    try {
+        pass.Root->SetName(oldName);
+    } catch (...) {
+    }
+    for (auto [c, line] : pass.Loaded)
+        if (!pass.New.count(c)) c->SetLoading(false);
+}
+
+void TReader::RunNested(const TPass& outer, TComponent* current,
+                        const std::function<void()>& read) {
+    TPass pass;
+    pass.Root = outer.Root;
+    pass.LookupOwner = outer.LookupOwner;
+    pass.Current = current;
+    TPass* saved = FPass;
+    FPass = &pass;
+    struct Reset {
+        TReader& r;
+        TPass* saved;
+        ~Reset() { r.FPass = saved; }
+    } reset{*this, saved};
+    read();
+    Finish(pass);
+    // A value put back may reach components outside the file again (a connection); those
+    // existed before the load, so this needs no undo of its own.
+    RunFinals(pass);
+}
+
+void TReader::ReadComponentBody(TComponent& comp, const mw::FormObject& fo) {
     TPass& pass = Pass();
     TComponent* saved = pass.Current;
     pass.Current = &comp;
     ReadProperties(comp, fo.Properties);
     for (const mw::FormObject& child : fo.Children)
-        ReadChild(comp, child, mirror);
+        ReadChild(comp, child);
     pass.Current = saved;
 }
 
-void TReader::ReadChild(TComponent& parent, const mw::FormObject& fo, const TComponent* mirror) {
+void TReader::ReadChild(TComponent& parent, const mw::FormObject& fo) {
     TPass& pass = Pass();
     FLine = fo.Line;
-    const TComponent* twin = mirror && !fo.Name.empty() ? mirror->FindComponent(fo.Name) : nullptr;
-    auto checkClass = [&](const TComponent& c) {
-        if (!SameText(c.ClassName(), fo.ClassName))
-            throw EReadError(fo.Line, "Component " + fo.Name + " is a " + c.ClassName() +
-                                          ", not a " + fo.ClassName);
-    };
     TComponent* comp = fo.Name.empty() ? nullptr : parent.FindComponent(fo.Name);
     if (comp) {
         // Made by its owner's constructor (or there before the load): read in place.
-        if (std::find(pass.Loaded.begin(), pass.Loaded.end(), comp) != pass.Loaded.end())
+        auto seen = [&](const auto& e) { return e.first == comp; };
+        if (std::any_of(pass.Loaded.begin(), pass.Loaded.end(), seen))
             throw EReadError(fo.Line, "Duplicate component name " + fo.Name);
-        checkClass(*comp);
+        CheckClassOf(*comp, fo);
+        if (pass.New.count(&parent)) pass.New.insert(comp);
         comp->SetLoading(true);
-        pass.Loaded.push_back(comp);
+        pass.Loaded.emplace_back(comp, fo.Line);
     } else {
-        // While checking a form on a scratch root, a component that the real root already
-        // has is made of the same class, as the real load will read into it.
-        TClass cls = nullptr;
-        if (twin) {
-            checkClass(*twin);
-            if (twin->ClassType()->CanCreate()) cls = twin->ClassType();
-        }
-        if (!cls) cls = ComponentClass(fo.ClassName, fo.Line);
+        TClass cls = ComponentClass(fo.ClassName, fo.Line);
         comp = CreateComponent(cls, &parent, fo.Line);
         if (!pass.New.count(&parent)) pass.Created.push_back(comp);
         pass.New.insert(comp);
         comp->SetLoading(true);
-        pass.Loaded.push_back(comp);
+        pass.Loaded.emplace_back(comp, fo.Line);
         Guarded(fo.Line, "", [&] { comp->AfterConstruction(); });
         SetComponentName(*comp, fo.Name, fo.Line);
     }
-    ReadComponentBody(*comp, fo, twin);
+    ReadComponentBody(*comp, fo);
 }
 
 void TReader::ReadProperties(TObject& obj, const std::vector<mw::FormProperty>& props) {
@@ -708,108 +863,81 @@ void TReader::ReadProperty(TObject& obj, const mw::FormProperty& prop) {
     throw notFound();
 }
 
+void TReader::SetPublished(TObject& obj, const TPropInfo& info, const TPropValue& value,
+                           const mw::FormProperty& prop, bool record) {
+    const std::string context = "Property \"" + prop.Name + "\": ";
+    if (record) {
+        TPropValue old;
+        Guarded(prop.Line, context, [&] { old = info.Get(obj); });
+        Pass().Undos.push_back([&info, &obj, old] { info.Set(obj, old); });
+    }
+    Guarded(prop.Line, context, [&] { info.Set(obj, value); });
+}
+
 void TReader::ReadPublished(TObject& obj, const TPropInfo& info, const mw::FormProperty& prop) {
     const mw::FormValue& v = prop.Value;
     FLine = v.Line;
-    auto wrongType = [&](const char* expected) {
-        return EReadError(v.Line, "Invalid value for property \"" + prop.Name + "\": " + expected +
-                                      " expected but " + TypeName(v.Type) + " found");
-    };
-    auto badElement = [&](const std::string& element) {
-        return EReadError(v.Line,
-                          "Invalid value \"" + element + "\" for property \"" + prop.Name + "\"");
-    };
     if (info.Kind == TPropKind::Object) {
         auto* coll = dynamic_cast<TCollection*>(std::get<TObject*>(info.Get(obj)));
         if (!coll)
             throw EReadError(v.Line, "Property \"" + prop.Name +
                                          "\" holds an object: its properties are written by "
                                          "dotted names");
-        if (v.Type != TValueType::vaCollection) throw wrongType("a collection");
+        if (v.Type != TValueType::vaCollection)
+            throw EReadError(v.Line, "Invalid value for property \"" + prop.Name +
+                                         "\": a collection expected but " + TypeName(v.Type) +
+                                         " found");
         ReadCollection(*coll, prop);
         return;
     }
     if (!info.Set) throw EReadError(prop.Line, "Property \"" + prop.Name + "\" is read-only");
-
-    TPropValue value;
-    switch (info.Kind) {
-        case TPropKind::Integer:
-            if (v.Type != TValueType::vaInteger) throw wrongType("an integer");
-            if (v.Integer < std::numeric_limits<int32_t>::min() ||
-                v.Integer > std::numeric_limits<uint32_t>::max())
-                throw EReadError(v.Line, "Value " + std::to_string(v.Integer) +
-                                             " out of range for property \"" + prop.Name + "\"");
-            value = v.Integer;
-            break;
-        case TPropKind::Int64:
-            if (v.Type != TValueType::vaInteger) throw wrongType("an integer");
-            value = v.Integer;
-            break;
-        case TPropKind::Float:
-            if (v.Type == TValueType::vaFloat)
-                value = v.Float;
-            else if (v.Type == TValueType::vaInteger)
-                value = static_cast<double>(v.Integer);
-            else if (IsNonFiniteWord(v))
-                value = NonFinite(v);
-            else
-                throw wrongType("a number");
-            break;
-        case TPropKind::Boolean:
-            if (v.Type != TValueType::vaTrue && v.Type != TValueType::vaFalse)
-                throw wrongType("True or False");
-            value = v.Type == TValueType::vaTrue;
-            break;
-        case TPropKind::String:
-            if (v.Type != TValueType::vaString) throw wrongType("a string");
-            value = v.Text;
-            break;
-        case TPropKind::Enum:
-            if (v.Type == TValueType::vaInteger) {
-                value = v.Integer;
-            } else if (v.Type == TValueType::vaIdent) {
-                int64_t ord = info.OrdinalOf(v.Text);
-                if (ord < 0) throw badElement(v.Text);
-                value = ord;
-            } else {
-                throw wrongType("an identifier");
-            }
-            break;
-        case TPropKind::Set: {
-            if (v.Type != TValueType::vaSet) throw wrongType("a set");
-            uint64_t mask = 0;
-            for (const std::string& e : v.Elements) {
-                int64_t bit = -1;
-                if (!e.empty() && (std::isdigit(static_cast<unsigned char>(e[0])) || e[0] == '-'))
-                    bit = std::atoll(e.c_str());
-                else
-                    bit = info.OrdinalOf(e);
-                if (bit < 0 || bit > 63) throw badElement(e);
-                mask |= uint64_t{1} << bit;
-            }
-            value = static_cast<int64_t>(mask);
-            break;
-        }
-        case TPropKind::Component:
-            if (v.Type == TValueType::vaNil) {
-                value = static_cast<TObject*>(nullptr);
-                break;
-            }
-            if (v.Type != TValueType::vaIdent && v.Type != TValueType::vaString)
-                throw wrongType("a component name");
-            AddFixup(v.Text, [&info, &obj, &prop](TComponent* c) {
-                Guarded(prop.Line, "Property \"" + prop.Name + "\": ", [&] {
-                    info.Set(obj, static_cast<TObject*>(c));
-                });
-            });
-            return;
-        case TPropKind::Object:
-            break;
+    if (info.Kind != TPropKind::Component) {
+        SetPublished(obj, info, PublishedValue(info, prop), prop, Pass().Records());
+        return;
     }
-    Guarded(prop.Line, "Property \"" + prop.Name + "\": ", [&] { info.Set(obj, value); });
+    if (v.Type == TValueType::vaNil) {
+        SetPublished(obj, info, static_cast<TObject*>(nullptr), prop, Pass().Records());
+        return;
+    }
+    if (v.Type != TValueType::vaIdent && v.Type != TValueType::vaString)
+        throw EReadError(v.Line, "Invalid value for property \"" + prop.Name +
+                                     "\": a component name expected but " + TypeName(v.Type) +
+                                     " found");
+    // Whether the change is recorded is decided now, for the component being read.
+    const bool record = Pass().Records();
+    AddFixup(v.Text, [this, &info, &obj, &prop, record](TComponent* c) {
+        if (c && info.RefClass && !c->InheritsFrom(info.RefClass))
+            throw EReadError(prop.Line, "Component " + prop.Value.Text + " is a " + c->ClassName() +
+                                            ", not a " + info.RefClass->ClassName() +
+                                            " (property \"" + prop.Name + "\")");
+        SetPublished(obj, info, static_cast<TObject*>(c), prop, record);
+    });
 }
 
 void TReader::ReadCollection(TCollection& coll, const mw::FormProperty& prop) {
+    TPass& pass = Pass();
+    if (pass.Records()) {
+        // The whole collection is put back by reading its old items again.
+        TWriter w(*pass.Root);
+        mw::FormProperty saved{prop.Name, prop.Line, {}};
+        bool captured = false;
+        try {
+            saved.Value = TWriterSteps::Collection(w, coll);
+            captured = true;
+        } catch (const std::exception&) {
+            // An item that cannot be written can't be put back either; the load goes on.
+        }
+        if (captured)
+            pass.Undos.push_back(
+                [this, &coll, saved = std::move(saved), outer = &pass, current = pass.Current] {
+                    RunNested(*outer, current, [&] { ReadCollection(coll, saved); });
+                });
+    }
+    ++pass.CollectionDepth;
+    struct Leave {
+        TPass& p;
+        ~Leave() { --p.CollectionDepth; }
+    } leave{pass};
     Guarded(prop.Line, "Property \"" + prop.Name + "\": ", [&] { coll.Clear(); });
     for (const mw::FormItem& fi : prop.Value.Items) {
         TCollectionItem* item = nullptr;
@@ -821,23 +949,19 @@ void TReader::ReadCollection(TCollection& coll, const mw::FormProperty& prop) {
 void TReader::ReadDefined(TPersistent& obj, const std::string& name, const mw::FormProperty& prop) {
     FDefName = &name;
     FDefProp = &prop;
+    FDefObject = &obj;
     struct Reset {
         TReader& r;
         ~Reset() {
             r.FDefName = nullptr;
             r.FDefProp = nullptr;
+            r.FDefObject = nullptr;
         }
     } reset{*this};
     Guarded(prop.Line, "Property \"" + prop.Name + "\": ", [&] { obj.DefineProperties(*this); });
 }
 
-void TReader::DefineProperty(const std::string& name, TReaderProc read, TWriterProc, bool) {
-    if (!FDefName || FDefFound || !SameText(name, *FDefName)) return;
-    FDefFound = true;
-    const mw::FormProperty& prop = *FDefProp;
-    // DefineProperties calls made while reading the value are not about this property.
-    FDefName = nullptr;
-    if (!read) throw EReadError(prop.Line, "Property \"" + prop.Name + "\" cannot be read");
+void TReader::ReadDefinedValue(const mw::FormProperty& prop, const TReaderProc& read) {
     FCursors.push_back({std::span<const mw::FormValue>(&prop.Value, 1), 0, prop.Line});
     struct Clear {
         std::vector<TCursor>& c;
@@ -849,8 +973,35 @@ void TReader::DefineProperty(const std::string& name, TReaderProc read, TWriterP
         throw EReadError(FLine, "Data of property \"" + prop.Name + "\" not fully read");
 }
 
-void TReader::DefineBinaryProperty(const std::string& name, TBinaryReadProc read, TBinaryWriteProc,
-                                   bool) {
+void TReader::DefineProperty(const std::string& name, TReaderProc read, TWriterProc write, bool) {
+    if (!FDefName || FDefFound || !SameText(name, *FDefName)) return;
+    FDefFound = true;
+    const mw::FormProperty& prop = *FDefProp;
+    // DefineProperties calls made while reading the value are not about this property.
+    FDefName = nullptr;
+    if (!read) throw EReadError(prop.Line, "Property \"" + prop.Name + "\" cannot be read");
+    TPass& pass = Pass();
+    if (pass.Records() && write) {
+        // The old value, as the property writes it, is read back by an undo.
+        mw::FormProperty saved{prop.Name, prop.Line, {}};
+        bool captured = false;
+        try {
+            TWriter w(*pass.Root);
+            captured = TWriterSteps::Capture(w, *FDefObject, name, write, saved.Value);
+        } catch (const std::exception&) {
+            // A value that cannot be written can't be put back either; the load goes on.
+        }
+        if (captured)
+            pass.Undos.push_back(
+                [this, read, saved = std::move(saved), outer = &pass, current = pass.Current] {
+                    RunNested(*outer, current, [&] { ReadDefinedValue(saved, read); });
+                });
+    }
+    ReadDefinedValue(prop, read);
+}
+
+void TReader::DefineBinaryProperty(const std::string& name, TBinaryReadProc read,
+                                   TBinaryWriteProc write, bool) {
     if (!FDefName || FDefFound || !SameText(name, *FDefName)) return;
     FDefFound = true;
     const mw::FormProperty& prop = *FDefProp;
@@ -861,6 +1012,16 @@ void TReader::DefineBinaryProperty(const std::string& name, TBinaryReadProc read
         throw EReadError(v.Line, "Invalid value for property \"" + prop.Name +
                                      "\": binary data expected but " + TypeName(v.Type) + " found");
     if (!read) throw EReadError(prop.Line, "Property \"" + prop.Name + "\" cannot be read");
+    if (Pass().Records() && write) {
+        std::vector<uint8_t> old;
+        bool captured = false;
+        try {
+            old = write();
+            captured = true;
+        } catch (const std::exception&) {
+        }
+        if (captured) Pass().Undos.push_back([read, old = std::move(old)] { read(old); });
+    }
     read(v.Bytes);
 }
 
@@ -893,8 +1054,11 @@ TComponent* TReader::CurrentComponent() const {
     return Pass().Current;
 }
 
-bool TReader::IsCheckingOnly() const {
-    return Pass().CheckOnly;
+bool TReader::IsInFile(const TComponent* c) const {
+    const TComponent* root = Pass().Root;
+    for (; c; c = c->Owner())
+        if (c == root) return true;
+    return false;
 }
 
 TComponent* TReader::FindComponentPath(std::string_view path) const {
@@ -907,6 +1071,14 @@ void TReader::AddFixup(std::string path, std::function<void(TComponent*)> apply)
 
 void TReader::DeferUntilLoaded(std::function<void()> proc) {
     Pass().Deferreds.push_back({FLine, std::move(proc)});
+}
+
+void TReader::AddUndo(std::function<void()> undo) {
+    if (Pass().Undoable) Pass().Undos.push_back(std::move(undo));
+}
+
+void TReader::DeferUntilDone(std::function<void()> proc) {
+    Pass().Finals.push_back(std::move(proc));
 }
 
 int TReader::Line() const {

@@ -4,12 +4,15 @@
 // TWriter writes a component, the components it owns and their published and defined
 // properties; a value equal to its default is not written. TReader loads such a file: into a
 // new root component created by its class name, or into an existing root, as a form loads
-// itself. Either the whole file loads or nothing does: a failed load frees what it created and
-// leaves an existing root as it was (the file is first loaded into a scratch instance of the
-// root's class, and only a load that succeeds there is repeated on the real root).
+// itself. Either the whole file loads or nothing does: what can be checked without touching
+// anything (classes, names, plain values) is checked first; then the file is read straight into
+// its components, and a failure anywhere, Loaded() included, frees what the load created and
+// takes back what it changed in components that existed, last change first. Errors are
+// EReadError naming the line (and the file, for the file helpers).
 // References between components are resolved once the whole file is read; then the
-// procedures deferred through TReader::DeferUntilLoaded run, and then Loaded() of every
-// component read, in creation order.
+// procedures deferred through TReader::DeferUntilLoaded run, then Loaded() of every component
+// read, in creation order, and last what TReader::DeferUntilDone put off: the effects on
+// components outside the file, which a failed load never reaches.
 //
 // Reading and writing are main-thread work; the class registry may be used from any thread.
 #pragma once
@@ -112,10 +115,16 @@ public:
     TComponent* Root() const;
     // The component whose properties are being read.
     TComponent* CurrentComponent() const;
-    // True while an existing root's file is first loaded into a scratch instance: the
-    // components are throw-away copies, so a procedure with effects outside them (a
-    // connection to a component beside the root, say) may leave those out.
-    bool IsCheckingOnly() const;
+    // True when `c` is the root or below it: a component the load may change and take back.
+    bool IsInFile(const TComponent* c) const;
+    // While loading into a root that existed: `undo` runs if the load fails, last first, to
+    // take back an effect of a defined property that the reader cannot see (a connection
+    // made, say). Published and defined values themselves are put back by the reader.
+    void AddUndo(std::function<void()> undo);
+    // Runs `proc` once the load has succeeded, after every Loaded(): for effects on components
+    // outside the file, which must not hear of a load that fails. `proc` must not fail; check
+    // what can fail beforehand.
+    void DeferUntilDone(std::function<void()> proc);
     // Finds a component by the name a writer gives it (TWriter::ComponentPath), or null.
     TComponent* FindComponentPath(std::string_view path) const;
     // Resolves `path` once the whole file is read and passes the component (null for an
@@ -163,14 +172,22 @@ private:
         int Line = 0;
     };
 
-    void RunPass(TPass& pass, const TComponent* mirror);
-    void ReadComponentBody(TComponent& comp, const mw::FormObject& fo, const TComponent* mirror);
-    void ReadChild(TComponent& parent, const mw::FormObject& fo, const TComponent* mirror);
+    void RunPass(TPass& pass);
+    void RunLoaded(TPass& pass);
+    void RunFinals(TPass& pass);
+    void Rollback(TPass& pass, const std::string& oldName);
+    // Reads a value back into `current` while a failed load is taken back.
+    void RunNested(const TPass& outer, TComponent* current, const std::function<void()>& read);
+    void ReadComponentBody(TComponent& comp, const mw::FormObject& fo);
+    void ReadChild(TComponent& parent, const mw::FormObject& fo);
     void ReadProperties(TObject& obj, const std::vector<mw::FormProperty>& props);
     void ReadProperty(TObject& obj, const mw::FormProperty& prop);
     void ReadPublished(TObject& obj, const TPropInfo& info, const mw::FormProperty& prop);
+    void SetPublished(TObject& obj, const TPropInfo& info, const TPropValue& value,
+                      const mw::FormProperty& prop, bool record);
     void ReadCollection(TCollection& coll, const mw::FormProperty& prop);
     void ReadDefined(TPersistent& obj, const std::string& name, const mw::FormProperty& prop);
+    void ReadDefinedValue(const mw::FormProperty& prop, const TReaderProc& read);
     void Finish(TPass& pass);
     TPass& Pass() const;
     const mw::FormValue& Take(TValueType expected, const char* what);
@@ -182,6 +199,7 @@ private:
     // The defined property being looked for, while DefineProperties runs.
     const std::string* FDefName = nullptr;
     const mw::FormProperty* FDefProp = nullptr;
+    const TPersistent* FDefObject = nullptr;
     bool FDefFound = false;
     int FLine = 0;
 };

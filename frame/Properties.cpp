@@ -5,14 +5,7 @@
 
 #include "frame/Classes.h"
 
-namespace {
-bool SameText(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return std::tolower(static_cast<unsigned char>(x)) ==
-                      std::tolower(static_cast<unsigned char>(y));
-           });
-}
-}  // namespace
+using mw::SameText;
 
 bool TPropInfo::ShouldStore(const TObject& obj) const {
     if (Stored && !Stored(obj)) return false;

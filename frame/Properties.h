@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -27,7 +28,8 @@ class TPersistent;
 class TComponent;
 
 enum class TPropKind {
-    Integer,  // up to 32 bits, signed or unsigned
+    Integer,   // signed, up to 32 bits
+    Cardinal,  // unsigned, up to 32 bits
     Int64,
     Float,
     Boolean,
@@ -46,7 +48,12 @@ struct TPropInfo {
     std::string Name;
     TPropKind Kind = TPropKind::Integer;
     std::vector<std::string> Names;  // element names of an enum or set, by ordinal or bit
-    TPropValue Default;              // the default streaming omits; monostate: always written
+    // The values an Integer or Cardinal property can hold: those of its C++ type.
+    int64_t MinValue = 0;
+    int64_t MaxValue = 0;
+    // The class a Component property refers to: a component of another class is refused.
+    TClass RefClass = nullptr;
+    TPropValue Default;  // the default streaming omits; monostate: always written
     std::function<TPropValue(const TObject&)> Get;
     std::function<void(TObject&, const TPropValue&)> Set;  // empty for Object properties
     std::function<bool(const TObject&)> Stored;            // optional extra condition
@@ -65,8 +72,10 @@ constexpr TPropKind KindOf() {
         return TPropKind::Boolean;
     else if constexpr (std::is_enum_v<T>)
         return TPropKind::Enum;
-    else if constexpr (std::is_integral_v<T> && sizeof(T) <= 4)
+    else if constexpr (std::is_integral_v<T> && sizeof(T) <= 4 && std::is_signed_v<T>)
         return TPropKind::Integer;
+    else if constexpr (std::is_integral_v<T> && sizeof(T) <= 4)
+        return TPropKind::Cardinal;
     else if constexpr (std::is_integral_v<T>)
         return TPropKind::Int64;
     else if constexpr (std::is_floating_point_v<T>)
@@ -127,6 +136,10 @@ public:
         TPropInfo p;
         p.Name = name;
         p.Kind = mw::detail::KindOf<T>();
+        if constexpr (std::is_integral_v<T> && !std::is_same_v<T, bool>) {
+            p.MinValue = static_cast<int64_t>(std::numeric_limits<T>::min());
+            p.MaxValue = static_cast<int64_t>(std::numeric_limits<T>::max());
+        }
         p.Default = mw::detail::ToValue<T>(static_cast<T>(def));
         p.Get = [getter](const TObject& o) {
             return mw::detail::ToValue<T>(mw::detail::Call<C>(getter, o));
@@ -197,6 +210,7 @@ public:
         TPropInfo p;
         p.Name = name;
         p.Kind = TPropKind::Component;
+        p.RefClass = T::StaticClass();
         p.Default = static_cast<TObject*>(nullptr);
         p.Get = [getter](const TObject& o) {
             return TPropValue(static_cast<TObject*>(mw::detail::Call<C>(getter, o)));

@@ -15,6 +15,14 @@ int OwnDeliveries(const PinAnchor* a) {
     return static_cast<int>(std::count(tlsDelivering.begin(), tlsDelivering.end(), a));
 }
 
+// Making and breaking connections: a check and the change of both pins' lists are one step,
+// so that two threads connecting one pair make one connection. Never held while an event or
+// an operation runs.
+std::mutex& ConnectionMutex() {
+    static std::mutex m;
+    return m;
+}
+
 // The pins of each component, for finding pins by name and saving connections.
 struct PinRegistry {
     std::mutex Mutex;
@@ -81,7 +89,8 @@ TQWPin::TQWPin(TComponent* owner, IBasicLock* lock, TQWBasicPinNotificationEvent
     : TQWBasicPin(owner, lock),
       FAnchor(std::make_shared<PinAnchor>(this)),
       FPeers(std::make_shared<const PeerList>()),
-      FDispatch(std::move(dispatch)),
+      FDispatch(dispatch ? std::make_shared<const TQWBasicPinNotificationEvent>(std::move(dispatch))
+                         : nullptr),
       FOnConnect(std::move(onConnect)),
       FOnDisconnect(std::move(onDisconnect)) {
     auto& r = mw::wire::Registry();
@@ -123,24 +132,30 @@ bool TQWSinkPin::CanConnectTo(const TQWPin& other) const {
 }
 
 bool TQWPin::Connect(TQWPin& other) {
-    if (IsClosed() || other.IsClosed() || !CanConnectTo(other) || IsConnectedTo(other))
-        return false;
-    if (!AddPeer(other.FAnchor)) return false;
-    other.AddPeer(FAnchor);
+    {
+        std::lock_guard lk(mw::wire::ConnectionMutex());
+        if (IsClosed() || other.IsClosed() || !CanConnectTo(other) || IsConnectedTo(other))
+            return false;
+        AddPeer(other.FAnchor);
+        other.AddPeer(FAnchor);
+    }
     Connected(other);
     other.Connected(*this);
-    if (FOnConnect) FOnConnect(this);
-    if (other.FOnConnect) other.FOnConnect(&other);
+    if (TQWPinEvent e = OnConnect()) e(this);
+    if (TQWPinEvent e = other.OnConnect()) e(&other);
     return true;
 }
 
 bool TQWPin::Disconnect(TQWPin& other) {
-    if (!RemovePeer(&other)) return false;
-    other.RemovePeer(this);
+    {
+        std::lock_guard lk(mw::wire::ConnectionMutex());
+        if (!RemovePeer(&other)) return false;
+        other.RemovePeer(this);
+    }
     Disconnected(other);
     other.Disconnected(*this);
-    if (FOnDisconnect) FOnDisconnect(this);
-    if (other.FOnDisconnect) other.FOnDisconnect(&other);
+    if (TQWPinEvent e = OnDisconnect()) e(this);
+    if (TQWPinEvent e = other.OnDisconnect()) e(&other);
     return true;
 }
 
@@ -178,12 +193,11 @@ std::shared_ptr<const TQWPin::PeerList> TQWPin::Peers() const {
     return FPeers;
 }
 
-bool TQWPin::AddPeer(const mw::wire::PinAnchorRef& peer) {
+void TQWPin::AddPeer(const mw::wire::PinAnchorRef& peer) {
     std::lock_guard lk(FPeersMutex);
     auto next = std::make_shared<PeerList>(*FPeers);
     next->push_back(peer);
     FPeers = std::move(next);
-    return true;
 }
 
 bool TQWPin::RemovePeer(const TQWPin* peer) {
@@ -216,22 +230,57 @@ void TQWPin::Notify(IQWNotifyOperation* operation) {
 }
 
 void TQWPin::Receive(TQWPin* sender, IQWNotifyOperation* operation, TQWNotifyState state) {
-    if (!FDispatch) return;
+    std::shared_ptr<const TQWBasicPinNotificationEvent> dispatch;
+    {
+        std::lock_guard lk(FSettingsMutex);
+        dispatch = FDispatch;
+    }
+    if (!dispatch) return;
     // The data type of a connection is the one its source produces.
     const GUID* type = Direction() == TQWPinDirection::Sink ? &sender->DataType() : &DataType();
-    FDispatch(this, sender, type, operation, state);
+    (*dispatch)(this, sender, type, operation, state);
+}
+
+void TQWPin::SetDispatch(TQWBasicPinNotificationEvent dispatch) {
+    auto next = dispatch ? std::make_shared<const TQWBasicPinNotificationEvent>(std::move(dispatch))
+                         : nullptr;
+    std::lock_guard lk(FSettingsMutex);
+    FDispatch = std::move(next);
+}
+
+void TQWPin::SetOnConnect(TQWPinEvent e) {
+    std::lock_guard lk(FSettingsMutex);
+    FOnConnect = std::move(e);
+}
+
+void TQWPin::SetOnDisconnect(TQWPinEvent e) {
+    std::lock_guard lk(FSettingsMutex);
+    FOnDisconnect = std::move(e);
+}
+
+TQWPinEvent TQWPin::OnConnect() const {
+    std::lock_guard lk(FSettingsMutex);
+    return FOnConnect;
+}
+
+TQWPinEvent TQWPin::OnDisconnect() const {
+    std::lock_guard lk(FSettingsMutex);
+    return FOnDisconnect;
 }
 
 void TQWPin::AddLinkedPin(TQWPin* pin) {
+    std::lock_guard lk(FSettingsMutex);
     if (pin && std::find(FLinked.begin(), FLinked.end(), pin) == FLinked.end())
         FLinked.push_back(pin);
 }
 
 void TQWPin::RemoveLinkedPin(TQWPin* pin) {
+    std::lock_guard lk(FSettingsMutex);
     std::erase(FLinked, pin);
 }
 
 std::vector<TQWPin*> TQWPin::LinkedPins() const {
+    std::lock_guard lk(FSettingsMutex);
     return FLinked;
 }
 
@@ -265,8 +314,19 @@ void TQSQWClockableSourcePin::SubmitBuffer(IQSData* data) {
     Notify(op.Get());
 }
 
+void TQSQWClockableSourcePin::SetOnMasterPump(TQWMasterPumpEvent e) {
+    auto next = e ? std::make_shared<const TQWMasterPumpEvent>(std::move(e)) : nullptr;
+    std::lock_guard lk(FPumpMutex);
+    FOnMasterPump = std::move(next);
+}
+
 void TQSQWClockableSourcePin::MasterPumpFromSink(TObject* master, uint32_t operationNumber) {
-    if (FOnMasterPump) FOnMasterPump(this, master, operationNumber);
+    std::shared_ptr<const TQWMasterPumpEvent> handler;
+    {
+        std::lock_guard lk(FPumpMutex);
+        handler = FOnMasterPump;
+    }
+    if (handler) (*handler)(this, master, operationNumber);
 }
 
 TQWQMGraphSourcePin::TQWQMGraphSourcePin(TComponent* owner, IBasicLock* lock, IBasicLock*, int,
@@ -523,18 +583,32 @@ TQWPin* QWFindPin(const TComponent* owner, const std::string& name) {
 }
 
 namespace {
-// The pairs (own pin, peer) that this component writes: connections of its source pins, and
-// of its state pins toward peers of a later-named side, so that each is written once.
-std::vector<std::pair<TQWPin*, TQWPin*>> SavedConnections(const TComponent& component) {
+bool IsWithin(const TComponent* c, const TComponent* root) {
+    for (; c; c = c->Owner())
+        if (c == root) return true;
+    return false;
+}
+
+// The pairs (own pin, peer) that this component writes, so that each connection inside the
+// written tree is written once and a connection to a component outside it (beside the form)
+// by the side inside: toward a peer inside, the source side writes, and of two state pins the
+// one with the lower path. `root` is the root being written, or null when unknown (then the
+// question is only whether there is anything to write).
+std::vector<std::pair<TQWPin*, TQWPin*>> SavedConnections(const TComponent& component,
+                                                          const TWriter* writer) {
     std::vector<std::pair<TQWPin*, TQWPin*>> r;
     for (TQWPin* pin : QWComponentPins(&component)) {
-        if (pin->Name().empty() || pin->Direction() == TQWPinDirection::Sink) continue;
+        if (pin->Name().empty()) continue;
         for (TQWPin* peer : pin->Connections()) {
             if (peer->Name().empty() || !peer->Owner() || peer->Owner()->Name().empty()) continue;
-            if (pin->Direction() == TQWPinDirection::State &&
-                std::make_pair(component.Name(), pin->Name()) >
-                    std::make_pair(peer->Owner()->Name(), peer->Name()))
-                continue;
+            const bool peerInside = !writer || IsWithin(peer->Owner(), &writer->Root());
+            if (peerInside) {
+                if (pin->Direction() == TQWPinDirection::Sink) continue;
+                if (pin->Direction() == TQWPinDirection::State && writer &&
+                    std::make_pair(writer->ComponentPath(component), pin->Name()) >
+                        std::make_pair(writer->ComponentPath(*peer->Owner()), peer->Name()))
+                    continue;
+            }
             r.emplace_back(pin, peer);
         }
     }
@@ -543,7 +617,7 @@ std::vector<std::pair<TQWPin*, TQWPin*>> SavedConnections(const TComponent& comp
 }  // namespace
 
 void QWDefineConnections(TFiler& filer, TComponent& component) {
-    const bool hasData = !SavedConnections(component).empty();
+    const bool hasData = !SavedConnections(component, dynamic_cast<const TWriter*>(&filer)).empty();
     filer.DefineProperty(
         "Connections",
         [&component](TReader& reader) {
@@ -558,35 +632,35 @@ void QWDefineConnections(TFiler& filer, TComponent& component) {
                 TComponent* self = reader.CurrentComponent();
                 if (!self) self = &component;
                 std::string peerPin = peerPath.substr(dot + 1);
-                // The reader's first, check-only pass works on scratch copies: it proves the
-                // connection can be made without making it, so that no pin outside the
-                // file sees a passing connection.
-                const bool checkOnly = reader.IsCheckingOnly();
-                reader.AddFixup(peerPath.substr(0, dot), [self, pinName, peerPin, peerPath, line,
-                                                          checkOnly](TComponent* peerOwner) {
+                reader.AddFixup(peerPath.substr(0, dot), [&reader, self, pinName, peerPin, peerPath,
+                                                          line](TComponent* peerOwner) {
                     TQWPin* pin = QWFindPin(self, pinName);
                     TQWPin* peer = peerOwner ? QWFindPin(peerOwner, peerPin) : nullptr;
                     if (!pin)
                         throw EReadError(line, std::string(self->ClassName()) + " has no pin \"" +
                                                    pinName + "\"");
                     if (!peer) throw EReadError(line, "No pin \"" + peerPath + "\"");
-                    if (checkOnly) {
-                        if (!pin->IsConnectedTo(*peer) && !pin->CanConnectTo(*peer))
-                            throw EReadError(line, "Pin \"" + pinName +
-                                                       "\" cannot be connected to \"" + peerPath +
-                                                       "\"");
-                        return;
-                    }
-                    if (!pin->IsConnectedTo(*peer) && !pin->Connect(*peer))
+                    if (pin->IsConnectedTo(*peer)) return;
+                    if (!pin->CanConnectTo(*peer))
                         throw EReadError(line, "Pin \"" + pinName + "\" cannot be connected to \"" +
                                                    peerPath + "\"");
+                    // A component beside the file hears of the connection only once the whole
+                    // load has succeeded.
+                    if (!reader.IsInFile(peerOwner)) {
+                        reader.DeferUntilDone([pin, peer] { pin->Connect(*peer); });
+                        return;
+                    }
+                    if (!pin->Connect(*peer))
+                        throw EReadError(line, "Pin \"" + pinName + "\" cannot be connected to \"" +
+                                                   peerPath + "\"");
+                    reader.AddUndo([pin, peer] { pin->Disconnect(*peer); });
                 });
             }
             reader.ReadListEnd();
         },
         [&component](TWriter& writer) {
             writer.WriteListBegin();
-            for (auto [pin, peer] : SavedConnections(component)) {
+            for (auto [pin, peer] : SavedConnections(component, &writer)) {
                 writer.WriteString(pin->Name());
                 writer.WriteString(writer.ComponentPath(*peer->Owner()) + "." + peer->Name());
             }

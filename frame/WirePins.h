@@ -11,7 +11,8 @@
 // a state pin publishes a value with its range.
 //
 // Connections are made and broken on any thread (normally the main thread) with
-// QWConnect/QWDisconnect or the pin methods; both pins' connect/disconnect events fire.
+// QWConnect/QWDisconnect or the pin methods; both pins' connect/disconnect events fire, once
+// per connection made or broken, however many threads try at once.
 // A pin being destroyed disconnects itself and waits until no other thread is still
 // delivering into it, so a component may be freed while its peers keep sending. Pins have
 // names (unique within their component) by which connections are saved in form files.
@@ -156,9 +157,11 @@ public:
     void RemoveLinkedPin(TQWPin* pin);
     std::vector<TQWPin*> LinkedPins() const;
 
-    void SetDispatch(TQWBasicPinNotificationEvent dispatch) { FDispatch = std::move(dispatch); }
-    void SetOnConnect(TQWPinEvent e) { FOnConnect = std::move(e); }
-    void SetOnDisconnect(TQWPinEvent e) { FOnDisconnect = std::move(e); }
+    // Any thread, also while operations arrive: a delivery in progress finishes with the
+    // handler it started with.
+    void SetDispatch(TQWBasicPinNotificationEvent dispatch);
+    void SetOnConnect(TQWPinEvent e);
+    void SetOnDisconnect(TQWPinEvent e);
 
 protected:
     // An operation from `sender` arrived; the default calls the dispatch handler.
@@ -167,20 +170,23 @@ protected:
     void ForEachPeer(const std::function<void(TQWPin&)>& f) const;
     virtual void Connected(TQWPin&) {}
     virtual void Disconnected(TQWPin&) {}
-    const TQWBasicPinNotificationEvent& DispatchHandler() const { return FDispatch; }
 
 private:
     friend struct mw::wire::PinAnchor;
     using PeerList = std::vector<mw::wire::PinAnchorRef>;
-    bool AddPeer(const mw::wire::PinAnchorRef& peer);
+    void AddPeer(const mw::wire::PinAnchorRef& peer);
     bool RemovePeer(const TQWPin* peer);
     std::shared_ptr<const PeerList> Peers() const;
+    TQWPinEvent OnConnect() const;
+    TQWPinEvent OnDisconnect() const;
 
     mw::wire::PinAnchorRef FAnchor;
     mutable std::mutex FPeersMutex;
     std::shared_ptr<const PeerList> FPeers;
+    // The linked pins and the handlers, which may be set while operations arrive.
+    mutable std::mutex FSettingsMutex;
     std::vector<TQWPin*> FLinked;
-    TQWBasicPinNotificationEvent FDispatch;
+    std::shared_ptr<const TQWBasicPinNotificationEvent> FDispatch;
     TQWPinEvent FOnConnect;
     TQWPinEvent FOnDisconnect;
 };
@@ -249,12 +255,14 @@ public:
     // Wraps the buffer in a TQWSuppliedBufferOperation and delivers it.
     void SubmitBuffer(IQSData* data);
     void SubmitBuffer(const ComPtr<IQSData>& data) { SubmitBuffer(data.Get()); }
-    void SetOnMasterPump(TQWMasterPumpEvent e) { FOnMasterPump = std::move(e); }
+    // Any thread.
+    void SetOnMasterPump(TQWMasterPumpEvent e);
 
 private:
     friend class TQSQWSinkPin;
     void MasterPumpFromSink(TObject* master, uint32_t operationNumber);
-    TQWMasterPumpEvent FOnMasterPump;
+    mutable std::mutex FPumpMutex;
+    std::shared_ptr<const TQWMasterPumpEvent> FOnMasterPump;
 };
 
 class TQAQWAudioSourcePin : public TQSQWClockableSourcePin {
@@ -450,9 +458,12 @@ std::vector<TQWPin*> QWComponentPins(const TComponent* owner);
 TQWPin* QWFindPin(const TComponent* owner, const std::string& name);
 
 // Saves the component's wire connections as the defined property "Connections": a list of
-// pairs, the name of one of its pins and "Component.Pin" of the peer, written by the side
-// of the source pin. Reading connects the pins once every component of the file exists;
-// an unknown pin is an error of the file. TLockComponent calls it from DefineProperties.
+// pairs, the name of one of its pins and "Component.Pin" of the peer. A connection inside the
+// written form is written once, by the source side (of two state pins, by the one with the
+// lower path); a connection to a component outside the form is written by the side inside.
+// Reading connects the pins once every component of the file exists, and a pin outside the
+// file only once the whole load has succeeded; an unknown pin is an error of the file.
+// TLockComponent calls it from DefineProperties.
 void QWDefineConnections(TFiler& filer, TComponent& component);
 
 // Closes every pin of the component.

@@ -62,16 +62,12 @@ TQMAudioFileSource::TQMAudioFileSource(TComponent* owner)
 }
 
 TQMAudioFileSource::~TQMAudioFileSource() {
-    mw::MainThreadCallBlock block(this);
     IntStop();
 }
 
-void TQMAudioFileSource::BeforeDestruction() {
-    {
-        mw::MainThreadCallBlock block(this);
-        IntStop();
-    }
-    TLockComponent::BeforeDestruction();
+void TQMAudioFileSource::StopWork() {
+    IntStop();
+    TLockComponent::StopWork();
 }
 
 void TQMAudioFileSource::Loaded() {

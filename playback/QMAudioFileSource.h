@@ -46,7 +46,6 @@ class TQMAudioFileSource : public TLockComponent {
 public:
     explicit TQMAudioFileSource(TComponent* owner);
     ~TQMAudioFileSource() override;
-    void BeforeDestruction() override;
     void Loaded() override;
 
     TQAQWAudioSourcePin& OutputPin() { return FOutputPin; }
@@ -104,6 +103,9 @@ public:
     void Warning(const std::string& text, uint32_t code);
 
     static void Publish(TPropertyList& p);
+
+protected:
+    void StopWork() override;
 
 private:
     class TPushThread;

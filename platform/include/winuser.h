@@ -127,6 +127,9 @@ public:
     // exception's text to stderr.
     using ExceptionHandler = std::function<void(std::exception_ptr)>;
     static void SetExceptionHandler(ExceptionHandler handler);
+    // Hands an exception to that handler, as for a queued item; for work run on the main
+    // thread on the queue's behalf.
+    static void ReportException(std::exception_ptr e);
 };
 
 }  // namespace mw

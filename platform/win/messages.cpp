@@ -255,6 +255,10 @@ bool MainLoop::IsOwnerBlocked(const void* owner) {
     return Loop().blocked.count(owner) != 0;
 }
 
+void MainLoop::ReportException(std::exception_ptr e) {
+    ::ReportException(std::move(e));
+}
+
 void MainLoop::SetExceptionHandler(ExceptionHandler handler) {
     std::lock_guard<std::mutex> lock(Loop().lock);
     Loop().handler = std::move(handler);

@@ -2,11 +2,18 @@
 // names, assignment and the error reporting pattern.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "frame/LockComponents.h"
+#include "frame/MainThread.h"
 #include "frame/QSErrors.h"
+#include "tests/support/Wait.h"
+
+using mw::test::WaitUntil;
 
 namespace {
 
@@ -235,3 +242,75 @@ TEST(ErrorReporting, DesignTimeAndWarningsNeverRaise) {
 }
 
 }  // namespace
+
+// Every change of a typed collection's list waits for the readers under the component lock,
+// so that GetItem and Query never see the list half-changed.
+TEST(Component, CollectionChangesWaitForReadersOfTheLock) {
+    struct TChange {
+        const char* Name;
+        std::function<void(TChannelItems&)> Apply;
+        size_t CountAfter;
+    };
+    const TChange changes[] = {
+        {"Add", [](TChannelItems& c) { c.Add(); }, 3},
+        {"Insert", [](TChannelItems& c) { c.Insert(0); }, 3},
+        {"Delete", [](TChannelItems& c) { c.Delete(0); }, 1},
+        {"Clear", [](TChannelItems& c) { c.Clear(); }, 0},
+        {"Exchange", [](TChannelItems& c) { c.Exchange(0, 1); }, 2},
+    };
+    for (const TChange& change : changes) {
+        TOwned<TMixer> mixer(TComponent::New<TMixer>(nullptr));
+        TChannelItems& items = *mixer->Items();
+        items.Add();
+        items.Add();
+        const std::vector<TChannelItem*> before = items.Query();
+        TLockGuard reading = mixer->ComponentLock()->AcquireRead();
+        std::atomic<bool> done{false};
+        std::thread changer([&] {
+            change.Apply(items);
+            done = true;
+        });
+        ASSERT_TRUE(
+            WaitUntil([&] { return done.load() || mixer->Setters().WaitingWriters() > 0; }));
+        EXPECT_FALSE(done.load()) << change.Name << " did not wait for the reader";
+        EXPECT_EQ(items.Query(), before) << change.Name;
+        reading.Release();
+        changer.join();
+        EXPECT_EQ(items.Query().size(), change.CountAfter) << change.Name;
+    }
+}
+
+// A component's threads may still ask the main thread for something while they are stopped:
+// from BeforeDestruction on, through the destructors, such calls are refused for every
+// TLockComponent, without the component taking care of it.
+TEST(Component, CallsToTheMainThreadAreRefusedWhileAComponentGoes) {
+    static std::vector<std::string> answers;
+    answers.clear();
+    class TWorking : public TLockComponent {
+        MW_CLASS(TWorking, TLockComponent)
+    public:
+        using TLockComponent::TLockComponent;
+        ~TWorking() override { answers.push_back(AskFromAWorker("destructor")); }
+
+    protected:
+        void StopWork() override { answers.push_back(AskFromAWorker("stop")); }
+
+    private:
+        std::string AskFromAWorker(const std::string& when) {
+            bool queued = true;
+            std::thread([&] {
+                queued = MainThreadExecute(
+                    this, false, [] {}, false);
+            }).join();
+            return when + (queued ? " queued" : " refused");
+        }
+    };
+    auto* c = TComponent::New<TWorking>(nullptr);
+    c->Free();
+    EXPECT_EQ(answers, (std::vector<std::string>{"stop refused", "destructor refused"}));
+    // Once it is gone its address may serve another object, whose calls go through.
+    TObject other;
+    EXPECT_TRUE(MainThreadExecute(
+        &other, false, [] {}, true));
+    Application::ProcessMessages();
+}

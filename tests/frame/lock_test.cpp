@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <stdexcept>
+#include <string>
 #include <thread>
 
 #include "frame/ChangeNotifyLock.h"
@@ -123,6 +125,45 @@ TEST(ComponentLock, ManyThreadsCountUnderTheWriteLock) {
     for (auto& t : threads)
         t.join();
     EXPECT_EQ(counter, 8000);
+}
+
+TEST(ComponentLock, TwoReadersAskingToWriteDoNotHangTheSecondIsRefused) {
+    // Leaked on purpose: if the two threads hung, they would outlive the test.
+    auto* lock = new ComPtr<TBasicLockChangeNotifyLock>(MwNew<TBasicLockChangeNotifyLock>());
+    TBasicLockChangeNotifyLock* l = lock->Get();
+    std::atomic<int> reading{0};
+    std::atomic<bool> firstWrote{false}, secondRefused{false}, secondDone{false};
+    std::thread first([&] {
+        TLockGuard r = l->AcquireRead();
+        ++reading;
+        while (reading.load() < 2)
+            std::this_thread::yield();
+        TLockGuard w = l->AcquireWrite();
+        firstWrote = true;
+    });
+    std::thread second([&] {
+        TLockGuard r = l->AcquireRead();
+        ++reading;
+        // Upgrade only once the first thread waits to upgrade.
+        while (l->WaitingWriters() == 0)
+            std::this_thread::yield();
+        try {
+            TLockGuard w = l->AcquireWrite();
+        } catch (const ELockError& e) {
+            secondRefused = std::string(e.what()).find("Assertion failure") == 0;
+        }
+        secondDone = true;
+    });
+    if (!WaitUntil([&] { return secondDone.load() && firstWrote.load(); },
+                   std::chrono::seconds(10))) {
+        first.detach();
+        second.detach();
+        FAIL() << "the two upgrading threads hang";
+    }
+    first.join();
+    second.join();
+    EXPECT_TRUE(secondRefused.load());
+    delete lock;
 }
 
 }  // namespace

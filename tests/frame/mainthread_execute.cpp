@@ -215,3 +215,29 @@ TEST(Application, ExceptionsOfQueuedClosuresGoToItsHandler) {
     Application::SetOnException(nullptr);
     EXPECT_EQ(caught, "queued failed");
 }
+
+TEST(Application, ExceptionsOfNonWaitingCallsOnTheMainThreadGoToItsHandlerToo) {
+    std::vector<std::string> caught;
+    Application::SetOnException([&](std::exception_ptr e) {
+        try {
+            std::rethrow_exception(e);
+        } catch (const std::exception& x) {
+            caught.push_back(x.what());
+        }
+    });
+    bool ran = false;
+    EXPECT_NO_THROW(MainThreadExecute(
+        nullptr, false,
+        [&] {
+            ran = true;
+            throw std::runtime_error("at once failed");
+        },
+        false));
+    EXPECT_TRUE(ran) << "run at once on the main thread";
+    // A waiting call still hands its exception to the caller.
+    EXPECT_THROW(MainThreadExecute(
+                     nullptr, true, [] { throw std::runtime_error("waited failed"); }, false),
+                 std::runtime_error);
+    Application::SetOnException(nullptr);
+    EXPECT_EQ(caught, (std::vector<std::string>{"at once failed"}));
+}

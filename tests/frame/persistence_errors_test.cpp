@@ -46,6 +46,22 @@ const TBadForm kBadForms[] = {
     {"number out of range", WithLine5("    Position = 9223372036854775808"), 5, "Invalid number"},
     {"integer too wide for 32 bits", WithLine5("    Offset = 4294967296"), 5, "out of range"},
     {"bad enum", WithLine5("    Mode = amFoo"), 5, "Invalid value \"amFoo\" for property \"Mode\""},
+    {"unsigned property below zero", WithLine5("    PrefillInterval = -1"), 5,
+     "Value -1 out of range for property \"PrefillInterval\" (0 to 4294967295)"},
+    {"signed property past its top", WithLine5("    Offset = 4294967295"), 5,
+     "Value 4294967295 out of range for property \"Offset\" (-2147483648 to 2147483647)"},
+    {"enum ordinal without a name", WithLine5("    Mode = 99"), 5,
+     "Invalid value \"99\" for property \"Mode\""},
+    {"negative enum ordinal", WithLine5("    Mode = -1"), 5, "Invalid value \"-1\""},
+    {"reference to a component of another class",
+     "object Root: TTestComponent\n"
+     "  object Plain: TTestPlain\n"
+     "  end\n"
+     "  object Kid: TTestComponent\n"
+     "    Buddy = Plain\n"
+     "  end\n"
+     "end\n",
+     5, "Component Plain is a TTestPlain, not a TTestComponent (property \"Buddy\")"},
     {"bad set element", WithLine5("    Speakers = [spFrontLeft, spNowhere]"), 5,
      "Invalid value \"spNowhere\""},
     {"wrong value type", WithLine5("    Enabled = 1"), 5, "True or False expected but an integer"},

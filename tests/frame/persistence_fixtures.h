@@ -312,8 +312,17 @@ public:
     using TTestComponent::TTestComponent;
 };
 
+// A component that is not a TTestComponent, for references of the wrong class.
+class TTestPlain : public TComponent {
+    MW_CLASS(TTestPlain, TComponent)
+public:
+    explicit TTestPlain(TComponent* owner) : TComponent(owner) { ++LiveObjects(); }
+    ~TTestPlain() override { --LiveObjects(); }
+};
+
 inline void RegisterTestClasses() {
-    RegisterClasses({TTestComponent::StaticClass(), TTestHost::StaticClass()});
+    RegisterClasses(
+        {TTestComponent::StaticClass(), TTestHost::StaticClass(), TTestPlain::StaticClass()});
 }
 
 }  // namespace fixtures

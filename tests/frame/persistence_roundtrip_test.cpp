@@ -351,7 +351,7 @@ TEST(FormFile, LoadsIntoAnExistingRootInPlace) {
     ASSERT_EQ(target->ComponentCount(), 2);
     EXPECT_EQ(static_cast<TTestComponent*>(target->Components(1))->Buddy(), inner);
     EXPECT_EQ(LoadLog(), (std::vector<std::string>{"Host", "Inner", "Added->Inner"}));
-    // The scratch load is gone; one component and one item more than before remain.
+    // One component and its format more than before remain.
     EXPECT_EQ(LiveObjects(), live + 2);  // Added and its Format
     EXPECT_EQ(mw::WriteComponentToText(*target), text);
 }

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,6 +14,7 @@
 #include "frame/QSData.h"
 #include "frame/WirePins.h"
 #include "tests/support/Wait.h"
+#include "winbase.h"
 
 using mw::test::WaitUntil;
 
@@ -362,6 +364,84 @@ TEST_F(Wire, SinkMayBeFreedWhileAnotherThreadSends) {
     }
 }
 
+// A sink whose connection check can be held, to line two connecting threads up.
+class THeldSink : public TQAQWAudioSinkPin {
+    MW_CLASS(THeldSink, TQAQWAudioSinkPin)
+public:
+    using TQAQWAudioSinkPin::TQAQWAudioSinkPin;
+    std::function<void()> OnCheck;
+    bool CanConnectTo(const TQWPin& other) const override {
+        if (OnCheck) OnCheck();
+        return TQAQWAudioSinkPin::CanConnectTo(other);
+    }
+};
+
+TEST_F(Wire, TwoThreadsConnectingOnePairMakeOneConnection) {
+    auto* src = Make<TToneSource>();
+    auto* owner = Make<TRecorder>();
+    std::atomic<int> connects{0};
+    THeldSink sink(owner, owner->ComponentLock(), {}, [&](TQWPin*) { ++connects; });
+    std::atomic<int> checks{0};
+    std::atomic<bool> release{false};
+    sink.OnCheck = [&] {
+        if (++checks == 1)
+            while (!release.load())
+                std::this_thread::yield();
+    };
+    std::atomic<bool> firstResult{false}, secondResult{false};
+    std::thread first([&] { firstResult = src->Output.Connect(sink); });
+    ASSERT_TRUE(WaitUntil([&] { return checks.load() == 1; }));
+    std::atomic<uint32_t> secondTid{0};
+    std::thread second([&] {
+        secondTid = GetCurrentThreadId();
+        secondResult = sink.Connect(src->Output);
+    });
+    // The second thread either waits for the first to finish connecting or checks the pair
+    // while the first is between its check and its change: the fault.
+    ASSERT_TRUE(WaitUntil([&] {
+        return checks.load() >= 2 ||
+               (secondTid.load() != 0 && mw::test::ThreadIsBlocked(secondTid.load()));
+    }));
+    release = true;
+    first.join();
+    second.join();
+    EXPECT_EQ(src->Output.ConnectionCount(), 1);
+    EXPECT_EQ(sink.ConnectionCount(), 1);
+    EXPECT_EQ(connects.load(), 1);
+    EXPECT_NE(firstResult.load(), secondResult.load());
+    sink.Close();
+}
+
+TEST_F(Wire, HandlersAndLinkedPinsMayChangeWhileOperationsArrive) {
+    auto* src = Make<TToneSource>();
+    auto* r = Make<TRecorder>();
+    ASSERT_TRUE(QWConnect(src->Output, r->Input));
+    constexpr int kSends = 2000;
+    std::atomic<int> viaFirst{0}, viaSecond{0};
+    auto counting = [](std::atomic<int>& n) {
+        return [&n](TQWBasicPin*, TQWBasicPin*, const GUID*, IQWNotifyOperation*, TQWNotifyState) {
+            ++n;
+            return 0;
+        };
+    };
+    r->Input.SetDispatch(counting(viaSecond));
+    std::atomic<bool> sending{true};
+    std::thread sender([&] {
+        for (int i = 0; i < kSends; ++i)
+            src->Say<TQWQSPauseOperation>();
+        sending = false;
+    });
+    for (int i = 0; sending.load(); ++i) {
+        r->Input.SetDispatch(counting(i % 2 ? viaFirst : viaSecond));
+        r->Input.SetOnConnect([](TQWPin*) {});
+        src->Output.AddLinkedPin(&r->Input);
+        EXPECT_LE(src->Output.LinkedPins().size(), 1u);
+        src->Output.RemoveLinkedPin(&r->Input);
+    }
+    sender.join();
+    EXPECT_EQ(viaFirst.load() + viaSecond.load(), kSends);
+}
+
 class TWiredForm : public TLockComponent {
     MW_CLASS(TWiredForm, TLockComponent)
 public:
@@ -420,6 +500,145 @@ TEST(WireForm, AConnectionToAnUnknownPinFailsTheWholeLoad) {
     } catch (const EReadError& e) {
         EXPECT_NE(std::string(e.what()).find("Left.Nowhere"), std::string::npos) << e.what();
     }
+}
+
+// A component with a state pin that counts what it hears.
+class TProgressPart : public TLockComponent {
+    MW_CLASS(TProgressPart, TLockComponent)
+public:
+    explicit TProgressPart(TComponent* owner)
+        : TLockComponent(owner),
+          Progress(this, ComponentLock(), {}, {}, [this](TQWPin*) { ++Connects; }) {
+        Progress.SetName("Progress");
+        Progress.SetOnDisconnect([this](TQWPin*) { ++Disconnects; });
+    }
+    TQWInt64TimeRangedStatePin Progress;
+    int Connects = 0, Disconnects = 0;
+};
+
+void RegisterWireClasses() {
+    RegisterClasses({TWiredForm::StaticClass(), TToneSource::StaticClass(),
+                     TRecorder::StaticClass(), TProgressPart::StaticClass()});
+}
+
+TEST(WireForm, ConnectionsToComponentsBesideTheFormAreSaved) {
+    RegisterWireClasses();
+    // "Beside" sorts before "Frame": the frame's state pin and its sink are the side that
+    // must write the connections, since the file holds nothing of Beside.
+    TOwned<TWiredForm> form(TComponent::New<TWiredForm>(nullptr));
+    form->SetName("Form1");
+    auto* besideState = TComponent::New<TProgressPart>(form.get());
+    besideState->SetName("ABeside");
+    auto* besideTone = TComponent::New<TToneSource>(form.get());
+    besideTone->SetName("ATone");
+    auto* frame = TComponent::New<TWiredForm>(form.get());
+    frame->SetName("Frame");
+    auto* bar = TComponent::New<TProgressPart>(frame);
+    bar->SetName("Bar");
+    auto* ear = TComponent::New<TRecorder>(frame);
+    ear->SetName("Ear");
+    ASSERT_TRUE(QWConnect(besideState->Progress, bar->Progress));
+    ASSERT_TRUE(QWConnect(besideTone->Output, ear->Input));
+
+    const std::string text = mw::WriteComponentToText(*frame);
+    EXPECT_NE(text.find("'ABeside.Progress'"), std::string::npos) << text;
+    EXPECT_NE(text.find("'ATone.Output'"), std::string::npos) << text;
+
+    frame->Free();
+    ASSERT_FALSE(besideState->Progress.IsConnected());
+    auto* back = dynamic_cast<TWiredForm*>(mw::ReadComponentFromText(text, form.get()));
+    ASSERT_TRUE(back);
+    auto* bar2 = dynamic_cast<TProgressPart*>(back->FindComponent("Bar"));
+    auto* ear2 = dynamic_cast<TRecorder*>(back->FindComponent("Ear"));
+    ASSERT_TRUE(bar2 && ear2);
+    EXPECT_TRUE(bar2->Progress.IsConnectedTo(besideState->Progress));
+    EXPECT_TRUE(ear2->Input.IsConnectedTo(besideTone->Output));
+    besideTone->Send({1, 2});
+    EXPECT_EQ(ear2->Bytes, (std::vector<uint8_t>{1, 2}));
+    EXPECT_EQ(mw::WriteComponentToText(*back), text);
+
+    // Inside one file a state connection is written once.
+    TOwned<TWiredForm> whole(TComponent::New<TWiredForm>(nullptr));
+    whole->SetName("Whole");
+    auto* p1 = TComponent::New<TProgressPart>(whole.get());
+    p1->SetName("P1");
+    auto* p2 = TComponent::New<TProgressPart>(whole.get());
+    p2->SetName("P2");
+    QWConnect(p2->Progress, p1->Progress);
+    const std::string wholeText = mw::WriteComponentToText(*whole);
+    EXPECT_EQ(wholeText.find("'P1.Progress'"), std::string::npos) << wholeText;
+    const size_t once = wholeText.find("'P2.Progress'");
+    EXPECT_NE(once, std::string::npos) << wholeText;
+    EXPECT_EQ(wholeText.find("'P2.Progress'", once + 1), std::string::npos) << wholeText;
+}
+
+TEST(WireForm, AFailedLoadLeavesComponentsBesideTheFormUntouched) {
+    RegisterWireClasses();
+    TOwned<TWiredForm> form(TComponent::New<TWiredForm>(nullptr));
+    form->SetName("Form1");
+    auto* beside = TComponent::New<TProgressPart>(form.get());
+    beside->SetName("Beside");
+    // The connection to Beside is read, then a later reference fails the load.
+    const std::string text =
+        "object Frame: TWiredForm\n"
+        "  object Bar: TProgressPart\n"
+        "    Connections = (\n"
+        "      'Progress'\n"
+        "      'Beside.Progress')\n"
+        "  end\n"
+        "  object Late: TRecorder\n"
+        "    Connections = (\n"
+        "      'Input'\n"
+        "      'Nobody.Output')\n"
+        "  end\n"
+        "end\n";
+    try {
+        mw::ReadComponentFromText(text, form.get());
+        ADD_FAILURE() << "loaded";
+    } catch (const EReadError& e) {
+        EXPECT_EQ(e.Line(), 10) << e.what();
+    }
+    EXPECT_EQ(beside->Connects, 0);
+    EXPECT_EQ(beside->Disconnects, 0);
+    EXPECT_EQ(form->ComponentCount(), 1);
+
+    // Loaded into an existing frame, the same: and the frame's own connections made by the
+    // failed load are taken back.
+    auto* frame = TComponent::New<TWiredForm>(form.get());
+    frame->SetName("Frame");
+    auto* tone = TComponent::New<TToneSource>(frame);
+    tone->SetName("Tone");
+    auto* ear = TComponent::New<TRecorder>(frame);
+    ear->SetName("Ear");
+    auto* bar = TComponent::New<TProgressPart>(frame);
+    bar->SetName("Bar");
+    const std::string before = mw::WriteComponentToText(*frame);
+    const std::string intoExisting =
+        "object Frame: TWiredForm\n"
+        "  object Tone: TToneSource\n"
+        "    Connections = ('Output' 'Ear.Input')\n"
+        "  end\n"
+        "  object Bar: TProgressPart\n"
+        "    Connections = ('Progress' 'Beside.Progress')\n"
+        "  end\n"
+        "  object Late: TRecorder\n"
+        "    Connections = ('Input' 'Nobody.Output')\n"
+        "  end\n"
+        "end\n";
+    EXPECT_THROW(mw::ReadComponentPropertiesFromText(intoExisting, *frame), EReadError);
+    EXPECT_FALSE(tone->Output.IsConnected());
+    EXPECT_EQ(ear->Connects, 1);
+    EXPECT_EQ(ear->Disconnects, 1);
+    EXPECT_EQ(beside->Connects, 0);
+    EXPECT_EQ(mw::WriteComponentToText(*frame), before);
+
+    // Without the faulty component it loads whole, the connection beside included.
+    std::string good = intoExisting;
+    good.erase(good.find("  object Late"), good.find("end\nend") + 4 - good.find("  object Late"));
+    mw::ReadComponentPropertiesFromText(good, *frame);
+    EXPECT_TRUE(tone->Output.IsConnectedTo(ear->Input));
+    EXPECT_TRUE(bar->Progress.IsConnectedTo(beside->Progress));
+    EXPECT_EQ(beside->Connects, 1);
 }
 
 }  // namespace

@@ -371,3 +371,40 @@ TEST_F(FileSource, AFormFileLoadsAConnectedSourceThatStartsWhenLoaded) {
     std::lock_guard g(sink->FMutex);
     EXPECT_EQ(sink->Bytes, samples);
 }
+
+// Loaded into a form that exists, a source that cannot open its file fails the whole load:
+// the error names the source's line, and the form is as it was, its old source still there.
+TEST_F(FileSource, AFormWhoseSourceCannotOpenItsFileLeavesTheFormAsItWas) {
+    QMAudioFileSource::RegisterPkg();
+    RegisterClasses({TPlayerForm::StaticClass(), TRecorder::StaticClass()});
+    TOwned<TPlayerForm> form(TComponent::New<TPlayerForm>(nullptr));
+    form->SetName("Form1");
+    auto* sink = TComponent::New<TRecorder>(form.get());
+    sink->SetName("Sink");
+    const std::string before = mw::WriteComponentToText(*form);
+    const std::string text =
+        "object Renamed: TPlayerForm\n"
+        "  object Source: TQMAudioFileSource\n"
+        "    FileName = '" +
+        Dir.File("missing.wav") +
+        "'\n"
+        "    Active = True\n"
+        "    Connections = ('OutputPin' 'Sink.Input')\n"
+        "  end\n"
+        "  object Sink: TRecorder\n"
+        "  end\n"
+        "end\n";
+    try {
+        mw::ReadComponentPropertiesFromText(text, *form);
+        FAIL() << "loaded";
+    } catch (const EReadError& e) {
+        EXPECT_EQ(e.Line(), 2) << e.what();
+        EXPECT_NE(std::string(e.what()).find("Component Source: Can't open media file"),
+                  std::string::npos)
+            << e.what();
+    }
+    EXPECT_EQ(form->Name(), "Form1");
+    EXPECT_EQ(form->ComponentCount(), 1);
+    EXPECT_FALSE(sink->Input.IsConnected());
+    EXPECT_EQ(mw::WriteComponentToText(*form), before);
+}
