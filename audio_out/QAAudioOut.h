@@ -23,6 +23,7 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "audio_out/QABasicAudioOut.h"
@@ -182,11 +183,12 @@ protected:
     void ProcessMessage(uint32_t uMsg, HWAVEOUT hwo, WAVEHDR* header);
 
 private:
-    void ProcessQueue(bool fromThread);
+    // True when this thread drained the queue (false: another thread was draining it).
+    bool ProcessQueue(bool fromThread);
     bool IntDispatch(IQWNotifyOperation* operation, bool fromThread);
-    // The start of a stream that must wait for the stopped one to play out, processed on a
-    // thread that may wait: false when a Stop came meanwhile and the start is void.
-    bool WaitForPlayedOut();
+    // Has the queued start processed on the start worker, a short-lived thread of its own.
+    void RequestStartWorker();
+    void RunStartWorker();
     bool StoppedStreamPlays() const;
     void NotifyPlayedOut();
     // The device part of Stop, also used by a start that reopens the device.
@@ -238,17 +240,24 @@ private:
     // component lock, then this, then FParams.
     std::recursive_mutex FStateMutex;
     // Stops running now; a start is not processed while one runs (it would reopen the device
-    // that the stop is closing). FStopCount counts the public stops, so that a start waiting
-    // for the old stream learns that a stop voided it.
+    // that the stop is closing).
     std::atomic<int> FStopsRunning{0};
-    std::atomic<uint64_t> FStopCount{0};
     // Buffer operations queued, and how many of the first of them a flush dropped.
-    std::atomic<int64_t> FQueuedBuffers{0};
-    std::atomic<int64_t> FSkipBuffers{0};
+    std::mutex FSkipMutex;
+    int64_t FQueuedBuffers = 0;  // under FSkipMutex
+    int64_t FSkipBuffers = 0;    // under FSkipMutex
     // Signalled when a stopped stream may have played out (a buffer came back, a stop, a flush
-    // or a pause).
+    // or a pause) and when a drain ends.
     std::mutex FPlayedOutMutex;
     std::condition_variable FPlayedOutChanged;
+    // The start worker: reopens the device for a start that waited for the stopped stream,
+    // off the wave thread and off the main thread. A public stop joins it and keeps a new one
+    // from starting while it runs (FStartWorkerBlocks).
+    std::mutex FStartWorkerMutex;
+    std::thread FStartWorker;                      // under FStartWorkerMutex
+    std::atomic<bool> FStartWorkerRunning{false};  // written under FStartWorkerMutex
+    bool FStartWorkerWanted = false;               // under FStartWorkerMutex
+    std::atomic<int> FStartWorkerBlocks{0};        // written under FStartWorkerMutex
 };
 
 // The palette entry of this unit: TQAAudioOut, category TQuatoneOutputToolbarCategory, bitmaps
