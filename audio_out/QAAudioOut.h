@@ -4,17 +4,17 @@
 // are written (or the stop arrives); each buffer is one wave header. Finished buffers come back
 // on the wave thread (TQAWaveThread), which ticks the clock pin, pulls the next buffer when the
 // output drives the pump, frees the buffer and drains the queue. Operations arrive on the
-// sender's thread. A start after a stop waits until the stopped stream has played out:
-//   - sent from any thread but a wave thread, the sender's own thread waits for that (outside
-//     the component's lock; the main thread keeps serving its queue meanwhile) and then opens
-//     the device for the new stream, so the main thread need not be drained for it. While it
-//     waits, the sender must not hold a lock that the output's pump or clock sinks take.
-//   - sent from a wave thread (a pulled source answering a pump), the device can't be reopened
-//     there: the main thread does it, so keep its queue draining in that case.
+// sender's thread, which never waits for the device to play. A start after a stop is heard
+// after the stopped stream has played out: while the device still plays it, the start waits
+// at the head of the queue (with what follows it) and the sender returns. The last finished
+// buffer drains the queue on the wave thread, which can't reopen the device itself; a short-
+// lived start worker thread then processes the start and what follows it, so neither the wave
+// thread nor the main thread does it and a program that never drains its main-thread queue
+// still hears the next stream.
 // A flush drops the queued buffers and what the device holds, never a queued start or stop.
-// OnError/OnWarning run on the thread that failed, OnQueueEmpty on the main thread. After Stop
-// or Close no device, wave thread or buffer is held, and what was queued is dropped; after
-// destruction no event is called.
+// OnError/OnWarning run on the thread that failed, OnQueueEmpty on the main thread. Stop and
+// Close end the start worker and drop what was queued: afterwards no device, wave thread,
+// worker or buffer is held. After destruction no event is called.
 #pragma once
 
 #include <atomic>
@@ -172,6 +172,8 @@ public:
     // Buffers given to the device and not yet given back.
     int BuffersInFlight() const;
     TQAAudioOutStats Stats() const;
+    // Stops running now, on any thread (a test learns that a Stop has begun).
+    int StopsRunning() const { return FStopsRunning; }
 
     static void Publish(TPropertyList& p);
 

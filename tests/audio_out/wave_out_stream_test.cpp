@@ -262,7 +262,7 @@ struct TwoStreamsFromPulls {
     }
 };
 
-TEST(WaveOut, StartAfterStopFromTheWaveThreadReopensThroughTheMainThread) {
+TEST(WaveOut, StartAfterStopFromTheWaveThreadReopensOnAStartWorker) {
     TapRecorder tap;
     Rig rig(/*paced=*/false);
     TwoStreamsFromPulls streams;
@@ -272,7 +272,7 @@ TEST(WaveOut, StartAfterStopFromTheWaveThreadReopensThroughTheMainThread) {
         return streams.StartedB && tap.Size() == streams.Sent.size();
     }));
     EXPECT_TRUE(streams.BFromWaveThread);
-    // The wave thread did not reopen the device: it left the start to the main thread.
+    // The wave thread did not reopen the device: it left the start to a start worker.
     EXPECT_EQ(streams.RateWhenBWasSent, 48000u);
     EXPECT_EQ(tap.Rates(), (std::vector<uint32_t>{48000, 44100}));
     std::lock_guard lock(streams.M);
@@ -280,22 +280,23 @@ TEST(WaveOut, StartAfterStopFromTheWaveThreadReopensThroughTheMainThread) {
     EXPECT_TRUE(rig.ErrorList().empty());
 }
 
-TEST(WaveOut, DeviceForAStartFromTheWaveThreadIsOpenedOnTheMainThread) {
+TEST(WaveOut, DeviceForAStartFromTheWaveThreadIsOpenedNeitherThereNorOnTheMainThread) {
     Rig rig(/*paced=*/false);
-    std::atomic<int> onMain{0}, elsewhere{0};
+    std::atomic<int> onMain{0}, onWave{0}, elsewhere{0};
     rig.Out->SetOnError([&](TObject*, const std::string& text, uint32_t, bool& handled) {
         EXPECT_EQ(text, "Can't open audio device.");
-        ++(mw::IsMainThread() ? onMain : elsewhere);
+        ++(mw::IsMainThread() ? onMain : TQAWaveThread::Current() != nullptr ? onWave : elsewhere);
         handled = true;
     });
     TQAWaveFormatExtensible odd = kStereo44;
     odd.wBitsPerSample = 12;  // the open fails, and tells on which thread it was tried
     TwoStreamsFromPulls streams;
     streams.Run(rig, odd);
-    ASSERT_TRUE(WaitUntil([&] { return streams.BSent() && onMain + elsewhere > 0; }));
+    ASSERT_TRUE(WaitUntil([&] { return streams.BSent() && onMain + onWave + elsewhere > 0; }));
     EXPECT_TRUE(streams.BFromWaveThread);
-    EXPECT_EQ(onMain, 1);
-    EXPECT_EQ(elsewhere, 0);
+    EXPECT_EQ(elsewhere, 1);
+    EXPECT_EQ(onMain, 0);
+    EXPECT_EQ(onWave, 0);
 }
 
 TEST(WaveOut, ClockPinTicksTheSamplesOfEveryFinishedBuffer) {
