@@ -324,16 +324,16 @@ void TQAAudioOut::SinkDispatch(IQWNotifyOperation* operation) {
             ClearAudioFormat();
         return;
     }
-    if (!FResumed || !FStartResumed) ProcessQueue(false);
+    if (!FResumed || !FStartResumed) ProcessQueue();
     FParams->Lock();
     const bool deviceBusy = FStopping < 1 && FParams->GetList().size() > 1;
     FParams->Unlock();
     // With buffers in the device and no start or stop waiting, WOMDone drains the queue.
     if (deviceBusy) return;
-    ProcessQueue(false);
+    ProcessQueue();
 }
 
-bool TQAAudioOut::ProcessQueue(bool fromThread) {
+bool TQAAudioOut::ProcessQueue() {
     for (bool drained = false;; drained = true) {
         // One thread drains at a time. A thread that finds another draining leaves its
         // request behind, and the drainer goes over the queue once more for it.
@@ -351,7 +351,7 @@ bool TQAAudioOut::ProcessQueue(bool fromThread) {
                 TLockGuard g = ComponentLock()->AcquireRead();
                 ComPtr<IQWNotifyOperation> operation;
                 while (FBufferQueue->Pop(operation)) {
-                    if (!IntDispatch(operation.Get(), fromThread)) break;
+                    if (!IntDispatch(operation.Get())) break;
                 }
             }
         }
@@ -359,10 +359,8 @@ bool TQAAudioOut::ProcessQueue(bool fromThread) {
     }
 }
 
-bool TQAAudioOut::IntDispatch(IQWNotifyOperation* operation, bool fromThread) {
+bool TQAAudioOut::IntDispatch(IQWNotifyOperation* operation) {
     TLockGuard g = ComponentLock()->AcquireRead();
-    // Any wave thread counts: reopening there would wait for the thread itself.
-    fromThread = fromThread || TQAWaveThread::Current() != nullptr;
 
     if (auto* start = operation->InstanceAs<TQWStartWaveOperation>()) {
         // A stop on another thread is closing the device (and drops what is queued when it
@@ -380,9 +378,10 @@ bool TQAAudioOut::IntDispatch(IQWNotifyOperation* operation, bool fromThread) {
         }
         const bool open = IsOpen();
         const bool onWorker = tStartWorkerOf == this;
-        if (!onWorker && (FStartWorkerRunning || (open && FStopped && fromThread))) {
-            // The device may not be reopened on a wave thread (it would wait for itself),
-            // nor should the main thread be needed for it: a start worker does it.
+        if (!onWorker && (FStartWorkerRunning || (open && FStopped))) {
+            // Reopening the device waits for its wave thread, so it is never done there nor
+            // on a sender (a pulled source may hold what that thread needs), and the main
+            // thread is not needed for it: a start worker does it.
             FBufferQueue->Insert(operation);
             RequestStartWorker();
             return false;
@@ -515,7 +514,7 @@ bool TQAAudioOut::Open() {
         Close();
         return false;
     }
-    ProcessQueue(false);
+    ProcessQueue();
     return true;
 }
 
@@ -573,7 +572,7 @@ void TQAAudioOut::RunStartWorker() {
                 std::unique_lock wait(FPlayedOutMutex);
                 FPlayedOutChanged.wait(wait, [this] { return !FDraining || FStartWorkerBlocks; });
             }
-            if (FStartWorkerBlocks > 0 || ProcessQueue(false)) break;
+            if (FStartWorkerBlocks > 0 || ProcessQueue()) break;
         }
         lock.lock();
     }
@@ -701,7 +700,7 @@ void TQAAudioOut::EnableChanged() {
     }
     // A start that came while the device was reset here waits at the head of the queue.
     NotifyPlayedOut();
-    ProcessQueue(false);
+    ProcessQueue();
 }
 
 void TQAAudioOut::Play(const ComPtr<IQAAudioBuffer>& buffer) {
@@ -873,7 +872,7 @@ void TQAAudioOut::WOMDone(HWAVEOUT, WAVEHDR* header) {
     }
     FParams->Unlock();
     NotifyPlayedOut();
-    ProcessQueue(true);
+    ProcessQueue();
 }
 
 void TQAAudioOut::FireQueueEmpty() {

@@ -6,10 +6,10 @@
 // output drives the pump, frees the buffer and drains the queue. Operations arrive on the
 // sender's thread, which never waits for the device to play. A start after a stop is heard
 // after the stopped stream has played out: while the device still plays it, the start waits
-// at the head of the queue (with what follows it) and the sender returns. The last finished
-// buffer drains the queue on the wave thread, which can't reopen the device itself; a short-
-// lived start worker thread then processes the start and what follows it, so neither the wave
-// thread nor the main thread does it and a program that never drains its main-thread queue
+// at the head of the queue (with what follows it) and the sender returns; the last finished
+// buffer drains the queue again. A start that reopens the device (after a stop) is always
+// processed, with what follows it, by a short-lived start worker thread: not by the sender,
+// the wave thread or the main thread, so a program that never drains its main-thread queue
 // still hears the next stream.
 // A flush drops the queued buffers and what the device holds, never a queued start or stop.
 // OnError/OnWarning run on the thread that failed, OnQueueEmpty on the main thread. Stop and
@@ -186,8 +186,8 @@ protected:
 
 private:
     // True when this thread drained the queue (false: another thread was draining it).
-    bool ProcessQueue(bool fromThread);
-    bool IntDispatch(IQWNotifyOperation* operation, bool fromThread);
+    bool ProcessQueue();
+    bool IntDispatch(IQWNotifyOperation* operation);
     // Has the queued start processed on the start worker, a short-lived thread of its own.
     void RequestStartWorker();
     void RunStartWorker();

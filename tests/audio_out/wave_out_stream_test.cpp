@@ -2,6 +2,11 @@
 // starts and stops reopen the device, the pump and the clock pin.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
 #include "tests/audio_out/audio_out_test_support.h"
 
 namespace {
@@ -297,6 +302,48 @@ TEST(WaveOut, DeviceForAStartFromTheWaveThreadIsOpenedNeitherThereNorOnTheMainTh
     EXPECT_EQ(elsewhere, 1);
     EXPECT_EQ(onMain, 0);
     EXPECT_EQ(onWave, 0);
+}
+
+// A Close that comes while the start worker is busy with the start (held in the error of its
+// failed open) waits for the worker: afterwards nothing is open and nothing runs.
+TEST(WaveOut, CloseWhileTheStartWorkerRunsLeavesNothingOpen) {
+    Rig rig(/*paced=*/false);
+    std::mutex m;
+    std::condition_variable changed;
+    bool held = false, released = false;
+    std::atomic<int> errors{0};
+    rig.Out->SetOnError([&](TObject*, const std::string&, uint32_t, bool& handled) {
+        handled = true;
+        if (++errors != 1) return;
+        std::unique_lock lock(m);
+        held = true;
+        changed.notify_all();
+        changed.wait(lock, [&] { return released; });
+    });
+    TQAWaveFormatExtensible odd = kStereo44;
+    odd.wBitsPerSample = 12;  // the open fails on the start worker
+    TwoStreamsFromPulls streams;
+    streams.Run(rig, odd);
+    {
+        std::unique_lock lock(m);
+        ASSERT_TRUE(changed.wait_for(lock, std::chrono::seconds(20), [&] { return held; }));
+    }
+    std::atomic<bool> closed{false};
+    std::thread closer([&] {
+        rig.Out->Close();
+        closed = true;
+    });
+    {
+        std::lock_guard lock(m);
+        released = true;
+        changed.notify_all();
+    }
+    closer.join();
+    EXPECT_TRUE(closed);
+    EXPECT_FALSE(rig.Out->IsOpen());
+    EXPECT_EQ(rig.Out->BuffersInFlight(), 0);
+    EXPECT_FALSE(rig.Out->Stats().DeviceOpen);
+    EXPECT_EQ(errors, 1);
 }
 
 TEST(WaveOut, ClockPinTicksTheSamplesOfEveryFinishedBuffer) {
