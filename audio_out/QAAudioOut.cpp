@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cctype>
 #include <chrono>
+#include <thread>
 
 #include "frame/MainThread.h"
 #include "frame/Persistence.h"
@@ -61,6 +62,9 @@ TQAAudioOutDevice::TDeviceSelectHandler& SelectHandler() {
     static TQAAudioOutDevice::TDeviceSelectHandler h;
     return h;
 }
+
+// The output whose queued start the calling thread processes, if it is such a worker.
+thread_local const TQAAudioOut* tStartWorkerOf = nullptr;
 
 }  // namespace
 
@@ -195,6 +199,8 @@ TQAAudioOut::TQAAudioOut(TComponent* owner)
 
 TQAAudioOut::~TQAAudioOut() {
     mw::CancelMainThreadCalls(this);
+    // Stop joined it already, unless the worker itself stopped the output.
+    if (FStartWorker.joinable()) FStartWorker.join();
 }
 
 void TQAAudioOut::StopWork() {
@@ -305,6 +311,7 @@ void TQAAudioOut::SinkDispatch(IQWNotifyOperation* operation) {
         } else if (operation->IsType<TQWStartWaveOperation>()) {
             ++FStopping;
         } else if (operation->IsType<TQWSuppliedBufferOperation>()) {
+            std::lock_guard lock(FSkipMutex);
             ++FQueuedBuffers;
         }
         FBufferQueue->Add(operation, false);
@@ -315,42 +322,43 @@ void TQAAudioOut::SinkDispatch(IQWNotifyOperation* operation) {
             ClearAudioFormat();
         return;
     }
-    if (!FResumed || !FStartResumed) ProcessQueue(false);
+    if (!FResumed || !FStartResumed) ProcessQueue();
     FParams->Lock();
     const bool deviceBusy = FStopping < 1 && FParams->GetList().size() > 1;
     FParams->Unlock();
     // With buffers in the device and no start or stop waiting, WOMDone drains the queue.
     if (deviceBusy) return;
-    ProcessQueue(false);
+    ProcessQueue();
 }
 
-void TQAAudioOut::ProcessQueue(bool fromThread) {
-    for (;;) {
+bool TQAAudioOut::ProcessQueue() {
+    for (bool drained = false;; drained = true) {
         // One thread drains at a time. A thread that finds another draining leaves its
         // request behind, and the drainer goes over the queue once more for it.
         FDrainRequested = true;
-        if (FDraining.exchange(true)) return;
+        if (FDraining.exchange(true)) return drained;
         {
             struct Release {
-                std::atomic<bool>& flag;
-                ~Release() { flag = false; }
-            } release{FDraining};
+                TQAAudioOut* out;
+                ~Release() {
+                    out->FDraining = false;
+                    out->NotifyPlayedOut();  // a start worker may wait for its turn
+                }
+            } release{this};
             while (FDrainRequested.exchange(false)) {
                 TLockGuard g = ComponentLock()->AcquireRead();
                 ComPtr<IQWNotifyOperation> operation;
                 while (FBufferQueue->Pop(operation)) {
-                    if (!IntDispatch(operation.Get(), fromThread)) break;
+                    if (!IntDispatch(operation.Get())) break;
                 }
             }
         }
-        if (!FDrainRequested) return;
+        if (!FDrainRequested) return true;
     }
 }
 
-bool TQAAudioOut::IntDispatch(IQWNotifyOperation* operation, bool fromThread) {
+bool TQAAudioOut::IntDispatch(IQWNotifyOperation* operation) {
     TLockGuard g = ComponentLock()->AcquireRead();
-    // Any wave thread counts: reopening there would wait for the thread itself.
-    fromThread = fromThread || TQAWaveThread::Current() != nullptr;
 
     if (auto* start = operation->InstanceAs<TQWStartWaveOperation>()) {
         // A stop on another thread is closing the device (and drops what is queued when it
@@ -360,25 +368,20 @@ bool TQAAudioOut::IntDispatch(IQWNotifyOperation* operation, bool fromThread) {
             return false;
         }
         // A stopped stream whose device still plays is heard to its end before the device
-        // is reset for the next one. A thread that may wait does so here; on a wave thread
-        // the start waits at the head of the queue, and the last finished buffer drains the
-        // queue again.
+        // is reset for the next one: the start waits at the head of the queue, and the last
+        // finished buffer drains the queue again. Nobody waits for it.
         if (StoppedStreamPlays()) {
-            if (fromThread) {
-                FBufferQueue->Insert(operation);
-                return false;
-            }
-            if (!WaitForPlayedOut()) {
-                --FStopping;  // a Stop came meanwhile: the start went with what was queued
-                return true;
-            }
+            FBufferQueue->Insert(operation);
+            return false;
         }
         const bool open = IsOpen();
-        if (open && FStopped && fromThread) {
-            // The device may not be reopened here: the main thread processes the start.
+        const bool onWorker = tStartWorkerOf == this;
+        if (!onWorker && (FStartWorkerRunning || (open && FStopped))) {
+            // Reopening the device waits for its wave thread, so it is never done there nor
+            // on a sender (a pulled source may hold what that thread needs), and the main
+            // thread is not needed for it: a start worker does it.
             FBufferQueue->Insert(operation);
-            MainThreadExecute(
-                this, false, [this] { ProcessQueue(false); }, false);
+            RequestStartWorker();
             return false;
         }
         --FStopping;
@@ -430,10 +433,13 @@ bool TQAAudioOut::IntDispatch(IQWNotifyOperation* operation, bool fromThread) {
         FParams->Unlock();
         if (r == MMSYSERR_NOERROR) waveOutClose(probe);
     } else if (auto* supplied = operation->InstanceAs<TQWSuppliedBufferOperation>()) {
-        --FQueuedBuffers;
-        // Queued before a flush: dropped by it.
-        for (int64_t n = FSkipBuffers; n > 0; n = FSkipBuffers) {
-            if (FSkipBuffers.compare_exchange_weak(n, n - 1)) return true;
+        {
+            std::lock_guard lock(FSkipMutex);
+            --FQueuedBuffers;
+            if (FSkipBuffers > 0) {
+                --FSkipBuffers;  // queued before a flush: dropped by it
+                return true;
+            }
         }
         // A barrier against a stop in progress.
         FParams->Lock();
@@ -506,7 +512,7 @@ bool TQAAudioOut::Open() {
         Close();
         return false;
     }
-    ProcessQueue(false);
+    ProcessQueue();
     return true;
 }
 
@@ -516,18 +522,59 @@ void TQAAudioOut::Close() {
 
 void TQAAudioOut::Stop(bool clearPump) {
     TLockGuard g = ComponentLock()->AcquireWrite();
-    ++FStopCount;
     ++FStopsRunning;
+    std::thread worker;
+    {
+        std::lock_guard lock(FStartWorkerMutex);
+        ++FStartWorkerBlocks;
+        if (tStartWorkerOf != this) worker = std::move(FStartWorker);
+    }
     struct Done {
         TQAAudioOut* out;
         ~Done() {
             // Still under the write lock: no thread drains between the drop and the end.
             out->DropQueue();
             --out->FStopsRunning;
-            out->NotifyPlayedOut();
+            std::lock_guard lock(out->FStartWorkerMutex);
+            --out->FStartWorkerBlocks;
         }
     } done{this};
+    // The start worker gives up its start (it finds the stop running) and ends; it may need
+    // the component meanwhile.
+    NotifyPlayedOut();
+    if (worker.joinable()) ComponentLock()->ExecuteUnlocked([&] { worker.join(); });
     IntStop(clearPump);
+}
+
+void TQAAudioOut::RequestStartWorker() {
+    std::lock_guard lock(FStartWorkerMutex);
+    if (FStartWorkerBlocks > 0) return;  // a stop drops the start anyway
+    FStartWorkerWanted = true;
+    if (FStartWorkerRunning) return;  // it goes over the queue once more
+    // The previous worker has ended, or is about to.
+    if (FStartWorker.joinable()) FStartWorker.join();
+    FStartWorkerRunning = true;
+    FStartWorker = std::thread([this] { RunStartWorker(); });
+}
+
+void TQAAudioOut::RunStartWorker() {
+    tStartWorkerOf = this;
+    std::unique_lock lock(FStartWorkerMutex);
+    while (FStartWorkerWanted && FStartWorkerBlocks == 0) {
+        FStartWorkerWanted = false;
+        lock.unlock();
+        // Whoever drains now stops at the start and leaves it to this thread: wait for our
+        // turn to drain.
+        for (;;) {
+            {
+                std::unique_lock wait(FPlayedOutMutex);
+                FPlayedOutChanged.wait(wait, [this] { return !FDraining || FStartWorkerBlocks; });
+            }
+            if (FStartWorkerBlocks > 0 || ProcessQueue()) break;
+        }
+        lock.lock();
+    }
+    FStartWorkerRunning = false;
 }
 
 void TQAAudioOut::DropQueue() {
@@ -535,9 +582,12 @@ void TQAAudioOut::DropQueue() {
     while (FBufferQueue->Pop(operation)) {
         if (operation->IsType<TQWStartWaveOperation>() || operation->IsType<TQWStopOperation>())
             --FStopping;
-        else if (operation->IsType<TQWSuppliedBufferOperation>())
+        else if (operation->IsType<TQWSuppliedBufferOperation>()) {
+            std::lock_guard lock(FSkipMutex);
             --FQueuedBuffers;
+        }
     }
+    std::lock_guard lock(FSkipMutex);
     FSkipBuffers = 0;
 }
 
@@ -591,13 +641,17 @@ void TQAAudioOut::IntStop(bool clearPump) {
         delete buffer;
         it = list.erase(it);
     }
-    if (h) waveOutClose(h);
+    const MMRESULT closed = h ? waveOutClose(h) : MMSYSERR_NOERROR;
     FParams->Unlock();
+    if (closed != MMSYSERR_NOERROR) Error(kCantWrite, closed);
 }
 
 void TQAAudioOut::Flush() {
-    // The buffers queued now are dropped as they come up; starts and stops keep their turn.
-    FSkipBuffers = FQueuedBuffers.load();
+    {
+        // The buffers queued now are dropped as they come up; starts and stops keep their turn.
+        std::lock_guard lock(FSkipMutex);
+        FSkipBuffers = FQueuedBuffers;
+    }
     {
         std::lock_guard lock(FStateMutex);
         FParams->Lock();
@@ -624,27 +678,6 @@ void TQAAudioOut::NotifyPlayedOut() {
     FPlayedOutChanged.notify_all();
 }
 
-bool TQAAudioOut::WaitForPlayedOut() {
-    const uint64_t stops = FStopCount;
-    auto over = [&] { return FStopCount != stops || !StoppedStreamPlays(); };
-    // Unlocked: the wave thread needs the component for what it does with a finished buffer,
-    // and a Stop may come meanwhile.
-    ComponentLock()->ExecuteUnlocked([&] {
-        if (mw::IsMainThread()) {
-            // Work for the main thread (a clock sink's call, say) must not wait for us.
-            while (!over()) {
-                mw::MainLoop::ProcessPending();
-                std::unique_lock lock(FPlayedOutMutex);
-                FPlayedOutChanged.wait_for(lock, std::chrono::milliseconds(10), over);
-            }
-        } else {
-            std::unique_lock lock(FPlayedOutMutex);
-            FPlayedOutChanged.wait(lock, over);
-        }
-    });
-    return FStopCount == stops;
-}
-
 void TQAAudioOut::EnableChanged() {
     TQABasicAudioOut::EnableChanged();
     if (!Enabled() || IsDesigning()) return;
@@ -663,6 +696,9 @@ void TQAAudioOut::EnableChanged() {
     } else {
         IntPause();
     }
+    // A start that came while the device was reset here waits at the head of the queue.
+    NotifyPlayedOut();
+    ProcessQueue();
 }
 
 void TQAAudioOut::Play(const ComPtr<IQAAudioBuffer>& buffer) {
@@ -834,7 +870,7 @@ void TQAAudioOut::WOMDone(HWAVEOUT, WAVEHDR* header) {
     }
     FParams->Unlock();
     NotifyPlayedOut();
-    ProcessQueue(true);
+    ProcessQueue();
 }
 
 void TQAAudioOut::FireQueueEmpty() {

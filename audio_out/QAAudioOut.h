@@ -4,17 +4,17 @@
 // are written (or the stop arrives); each buffer is one wave header. Finished buffers come back
 // on the wave thread (TQAWaveThread), which ticks the clock pin, pulls the next buffer when the
 // output drives the pump, frees the buffer and drains the queue. Operations arrive on the
-// sender's thread. A start after a stop waits until the stopped stream has played out:
-//   - sent from any thread but a wave thread, the sender's own thread waits for that (outside
-//     the component's lock; the main thread keeps serving its queue meanwhile) and then opens
-//     the device for the new stream, so the main thread need not be drained for it. While it
-//     waits, the sender must not hold a lock that the output's pump or clock sinks take.
-//   - sent from a wave thread (a pulled source answering a pump), the device can't be reopened
-//     there: the main thread does it, so keep its queue draining in that case.
+// sender's thread, which never waits for the device to play. A start after a stop is heard
+// after the stopped stream has played out: while the device still plays it, the start waits
+// at the head of the queue (with what follows it) and the sender returns; the last finished
+// buffer drains the queue again. A start that reopens the device (after a stop) is always
+// processed, with what follows it, by a short-lived start worker thread: not by the sender,
+// the wave thread or the main thread, so a program that never drains its main-thread queue
+// still hears the next stream.
 // A flush drops the queued buffers and what the device holds, never a queued start or stop.
-// OnError/OnWarning run on the thread that failed, OnQueueEmpty on the main thread. After Stop
-// or Close no device, wave thread or buffer is held, and what was queued is dropped; after
-// destruction no event is called.
+// OnError/OnWarning run on the thread that failed, OnQueueEmpty on the main thread. Stop and
+// Close end the start worker and drop what was queued: afterwards no device, wave thread,
+// worker or buffer is held. After destruction no event is called.
 #pragma once
 
 #include <atomic>
@@ -23,6 +23,7 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "audio_out/QABasicAudioOut.h"
@@ -171,6 +172,8 @@ public:
     // Buffers given to the device and not yet given back.
     int BuffersInFlight() const;
     TQAAudioOutStats Stats() const;
+    // Stops running now, on any thread (a test learns that a Stop has begun).
+    int StopsRunning() const { return FStopsRunning; }
 
     static void Publish(TPropertyList& p);
 
@@ -182,11 +185,12 @@ protected:
     void ProcessMessage(uint32_t uMsg, HWAVEOUT hwo, WAVEHDR* header);
 
 private:
-    void ProcessQueue(bool fromThread);
-    bool IntDispatch(IQWNotifyOperation* operation, bool fromThread);
-    // The start of a stream that must wait for the stopped one to play out, processed on a
-    // thread that may wait: false when a Stop came meanwhile and the start is void.
-    bool WaitForPlayedOut();
+    // True when this thread drained the queue (false: another thread was draining it).
+    bool ProcessQueue();
+    bool IntDispatch(IQWNotifyOperation* operation);
+    // Has the queued start processed on the start worker, a short-lived thread of its own.
+    void RequestStartWorker();
+    void RunStartWorker();
     bool StoppedStreamPlays() const;
     void NotifyPlayedOut();
     // The device part of Stop, also used by a start that reopens the device.
@@ -238,17 +242,24 @@ private:
     // component lock, then this, then FParams.
     std::recursive_mutex FStateMutex;
     // Stops running now; a start is not processed while one runs (it would reopen the device
-    // that the stop is closing). FStopCount counts the public stops, so that a start waiting
-    // for the old stream learns that a stop voided it.
+    // that the stop is closing).
     std::atomic<int> FStopsRunning{0};
-    std::atomic<uint64_t> FStopCount{0};
     // Buffer operations queued, and how many of the first of them a flush dropped.
-    std::atomic<int64_t> FQueuedBuffers{0};
-    std::atomic<int64_t> FSkipBuffers{0};
+    std::mutex FSkipMutex;
+    int64_t FQueuedBuffers = 0;  // under FSkipMutex
+    int64_t FSkipBuffers = 0;    // under FSkipMutex
     // Signalled when a stopped stream may have played out (a buffer came back, a stop, a flush
-    // or a pause).
+    // or a pause) and when a drain ends.
     std::mutex FPlayedOutMutex;
     std::condition_variable FPlayedOutChanged;
+    // The start worker: reopens the device for a start that waited for the stopped stream,
+    // off the wave thread and off the main thread. A public stop joins it and keeps a new one
+    // from starting while it runs (FStartWorkerBlocks).
+    std::mutex FStartWorkerMutex;
+    std::thread FStartWorker;                      // under FStartWorkerMutex
+    std::atomic<bool> FStartWorkerRunning{false};  // written under FStartWorkerMutex
+    bool FStartWorkerWanted = false;               // under FStartWorkerMutex
+    std::atomic<int> FStartWorkerBlocks{0};        // written under FStartWorkerMutex
 };
 
 // The palette entry of this unit: TQAAudioOut, category TQuatoneOutputToolbarCategory, bitmaps

@@ -63,7 +63,8 @@ public:
         if (error_ != MMSYSERR_NOERROR) return frames;
         const uint64_t keep = std::min(frames, maxFrames_ - written_);
         const size_t bytes = static_cast<size_t>(keep) * blockAlign_;
-        if (keep > 0 && std::fwrite(data, 1, bytes, file_) != bytes) {
+        // Flushed at once: written_ counts only what reached the file, never what stdio holds.
+        if (keep > 0 && (std::fwrite(data, 1, bytes, file_) != bytes || std::fflush(file_) != 0)) {
             // How much of it reached the file is not known: none of it counts.
             Fail();
             return frames;

@@ -177,10 +177,11 @@ public:
         closing_ = true;
         play_cv_.notify_one();
         if (std::this_thread::get_id() == threadId_) {
-            // From the callback: the device thread closes the device and delivers WOM_CLOSE
-            // when the callback returns.
+            // From the callback: the device is closed now, on its own thread, and WOM_CLOSE is
+            // delivered when the callback returns.
             playThread_.detach();
-            return sink_->Error();
+            CloseSink();
+            return closeResult_;
         }
         lock.unlock();
         playThread_.join();
@@ -248,9 +249,17 @@ private:
         }
     }
 
-    // The end of the device thread: the last frame written in part, the device's close and
-    // WOM_CLOSE.
+    // The end of the device thread: the device's close (unless a close from the callback did it
+    // already) and WOM_CLOSE.
     void Finish(std::unique_lock<std::mutex>& lock) {
+        CloseSink();
+        Post(WOM_CLOSE, 0);
+        Deliver(lock);
+    }
+
+    // Under mutex_, on the device thread: the last frame written in part and the device's close.
+    void CloseSink() {
+        if (!sink_) return;
         if (!carry_.empty()) {
             // The last frame was written in part: it is completed with silence, not lost.
             carry_.resize(format_.blockAlign, 0);
@@ -260,8 +269,6 @@ private:
         }
         closeResult_ = sink_->Close();
         sink_.reset();
-        Post(WOM_CLOSE, 0);
-        Deliver(lock);
     }
 
     void Retire(WAVEHDR* hdr) {
@@ -553,7 +560,8 @@ MMRESULT WINAPI waveOutClose(HWAVEOUT hwo) {
     std::shared_ptr<WaveOutStream> stream = mw::wave::Handles().Find(hwo);
     if (!stream) return MMSYSERR_INVALHANDLE;
     MMRESULT result = stream->Close();
-    if (result == MMSYSERR_NOERROR) mw::wave::Handles().Remove(hwo);
+    // Closed whatever the result, unless headers were still queued.
+    if (result != WAVERR_STILLPLAYING) mw::wave::Handles().Remove(hwo);
     return result;
 }
 

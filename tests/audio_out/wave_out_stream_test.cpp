@@ -2,6 +2,11 @@
 // starts and stops reopen the device, the pump and the clock pin.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
 #include "tests/audio_out/audio_out_test_support.h"
 
 namespace {
@@ -262,7 +267,7 @@ struct TwoStreamsFromPulls {
     }
 };
 
-TEST(WaveOut, StartAfterStopFromTheWaveThreadReopensThroughTheMainThread) {
+TEST(WaveOut, StartAfterStopFromTheWaveThreadReopensOnAStartWorker) {
     TapRecorder tap;
     Rig rig(/*paced=*/false);
     TwoStreamsFromPulls streams;
@@ -272,7 +277,7 @@ TEST(WaveOut, StartAfterStopFromTheWaveThreadReopensThroughTheMainThread) {
         return streams.StartedB && tap.Size() == streams.Sent.size();
     }));
     EXPECT_TRUE(streams.BFromWaveThread);
-    // The wave thread did not reopen the device: it left the start to the main thread.
+    // The wave thread did not reopen the device: it left the start to a start worker.
     EXPECT_EQ(streams.RateWhenBWasSent, 48000u);
     EXPECT_EQ(tap.Rates(), (std::vector<uint32_t>{48000, 44100}));
     std::lock_guard lock(streams.M);
@@ -280,22 +285,65 @@ TEST(WaveOut, StartAfterStopFromTheWaveThreadReopensThroughTheMainThread) {
     EXPECT_TRUE(rig.ErrorList().empty());
 }
 
-TEST(WaveOut, DeviceForAStartFromTheWaveThreadIsOpenedOnTheMainThread) {
+TEST(WaveOut, DeviceForAStartFromTheWaveThreadIsOpenedNeitherThereNorOnTheMainThread) {
     Rig rig(/*paced=*/false);
-    std::atomic<int> onMain{0}, elsewhere{0};
+    std::atomic<int> onMain{0}, onWave{0}, elsewhere{0};
     rig.Out->SetOnError([&](TObject*, const std::string& text, uint32_t, bool& handled) {
         EXPECT_EQ(text, "Can't open audio device.");
-        ++(mw::IsMainThread() ? onMain : elsewhere);
+        ++(mw::IsMainThread() ? onMain : TQAWaveThread::Current() != nullptr ? onWave : elsewhere);
         handled = true;
     });
     TQAWaveFormatExtensible odd = kStereo44;
     odd.wBitsPerSample = 12;  // the open fails, and tells on which thread it was tried
     TwoStreamsFromPulls streams;
     streams.Run(rig, odd);
-    ASSERT_TRUE(WaitUntil([&] { return streams.BSent() && onMain + elsewhere > 0; }));
+    ASSERT_TRUE(WaitUntil([&] { return streams.BSent() && onMain + onWave + elsewhere > 0; }));
     EXPECT_TRUE(streams.BFromWaveThread);
-    EXPECT_EQ(onMain, 1);
-    EXPECT_EQ(elsewhere, 0);
+    EXPECT_EQ(elsewhere, 1);
+    EXPECT_EQ(onMain, 0);
+    EXPECT_EQ(onWave, 0);
+}
+
+// A Close that comes while the start worker is busy with the start (held in the error of its
+// failed open) waits for the worker: afterwards nothing is open and nothing runs.
+TEST(WaveOut, CloseWhileTheStartWorkerRunsLeavesNothingOpen) {
+    Rig rig(/*paced=*/false);
+    std::mutex m;
+    std::condition_variable changed;
+    bool held = false, released = false;
+    std::atomic<int> errors{0};
+    rig.Out->SetOnError([&](TObject*, const std::string&, uint32_t, bool& handled) {
+        handled = true;
+        if (++errors != 1) return;
+        std::unique_lock lock(m);
+        held = true;
+        changed.notify_all();
+        changed.wait(lock, [&] { return released; });
+    });
+    TQAWaveFormatExtensible odd = kStereo44;
+    odd.wBitsPerSample = 12;  // the open fails on the start worker
+    TwoStreamsFromPulls streams;
+    streams.Run(rig, odd);
+    {
+        std::unique_lock lock(m);
+        ASSERT_TRUE(changed.wait_for(lock, std::chrono::seconds(20), [&] { return held; }));
+    }
+    std::atomic<bool> closed{false};
+    std::thread closer([&] {
+        rig.Out->Close();
+        closed = true;
+    });
+    {
+        std::lock_guard lock(m);
+        released = true;
+        changed.notify_all();
+    }
+    closer.join();
+    EXPECT_TRUE(closed);
+    EXPECT_FALSE(rig.Out->IsOpen());
+    EXPECT_EQ(rig.Out->BuffersInFlight(), 0);
+    EXPECT_FALSE(rig.Out->Stats().DeviceOpen);
+    EXPECT_EQ(errors, 1);
 }
 
 TEST(WaveOut, ClockPinTicksTheSamplesOfEveryFinishedBuffer) {
