@@ -102,8 +102,8 @@ TQAAudioCompressor::TQAAudioCompressor(TComponent* owner)
 
 TQAAudioCompressor::~TQAAudioCompressor() = default;
 
-void TQAAudioCompressor::BeforeDestruction() {
-    TLockComponent::BeforeDestruction();
+void TQAAudioCompressor::StopWork() {
+    QWCloseComponentPins(this);
     std::lock_guard g(FStreamLock);
     FStages.clear();
     FRunning = false;

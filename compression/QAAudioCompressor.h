@@ -31,7 +31,6 @@ class TQAAudioCompressor : public TLockComponent {
 public:
     explicit TQAAudioCompressor(TComponent* owner);
     ~TQAAudioCompressor() override;
-    void BeforeDestruction() override;
 
     TQAQWAudioSinkPin& InputPin() { return FInputPin; }
     TQAQWAudioSourcePin& OutputPin() { return FOutputPin; }
@@ -52,6 +51,10 @@ public:
         p.AddObject<TQAAudioCompressor>("Format",
                                         [](const TQAAudioCompressor& c) { return c.Format(); });
     }
+
+protected:
+    // Takes no more deliveries, then ends the stream.
+    void StopWork() override;
 
 private:
     // One compressor with the input it still holds, in units of `unit` bytes.

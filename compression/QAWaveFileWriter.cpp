@@ -59,8 +59,8 @@ TQAWaveFileWriter::TQAWaveFileWriter(TComponent* owner)
 
 TQAWaveFileWriter::~TQAWaveFileWriter() = default;
 
-void TQAWaveFileWriter::BeforeDestruction() {
-    TLockComponent::BeforeDestruction();
+void TQAWaveFileWriter::StopWork() {
+    QWCloseComponentPins(this);
     std::lock_guard g(FFileLock);
     Complete();
 }

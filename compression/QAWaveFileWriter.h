@@ -23,7 +23,6 @@ class TQAWaveFileWriter : public TLockComponent {
 public:
     explicit TQAWaveFileWriter(TComponent* owner);
     ~TQAWaveFileWriter() override;
-    void BeforeDestruction() override;
 
     TQAQWAudioSinkPin& InputPin() { return FInputPin; }
     std::string FileName() const;
@@ -48,6 +47,10 @@ public:
         p.Add<TQAWaveFileWriter>("FileName", &TQAWaveFileWriter::FileName,
                                  &TQAWaveFileWriter::SetFileName, std::string());
     }
+
+protected:
+    // Takes no more deliveries, then ends the stream.
+    void StopWork() override;
 
 private:
     void Dispatch(IQWNotifyOperation* op);
