@@ -37,10 +37,10 @@ std::vector<std::string> EffectNames() {
     return probe->Effect()->GetDmoNames();
 }
 
-TQMDMOAudioEffect* CreateEffect(TComponent* owner, const std::string& spec) {
-    const size_t colon = spec.find(':');
-    const std::string wanted = spec.substr(0, colon);
-    const std::string settings = colon == std::string::npos ? "" : spec.substr(colon + 1);
+TQMDMOAudioEffect* CreateEffect(TComponent* owner, const std::string& text) {
+    const size_t colon = text.find(':');
+    const std::string wanted = text.substr(0, colon);
+    const std::string settings = colon == std::string::npos ? "" : text.substr(colon + 1);
     std::string name;
     for (const std::string& n : EffectNames())
         if (Lower(n) == Lower(wanted)) name = n;

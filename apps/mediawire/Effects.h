@@ -21,7 +21,7 @@ public:
 
 // The effect of "NAME[:param=value,...]" (the name as `mediawire effects` lists it, any case),
 // owned by `owner`. Throws Failure for an unknown effect, parameter or value.
-TQMDMOAudioEffect* CreateEffect(TComponent* owner, const std::string& spec);
+TQMDMOAudioEffect* CreateEffect(TComponent* owner, const std::string& text);
 
 // The names of the effects, in the platform's order.
 std::vector<std::string> EffectNames();
