@@ -405,7 +405,7 @@ public:
     // in a retry loop to give up. GetDeliveryBuffer and Deliver enter for their own length.
     bool EnterSend();
     void LeaveSend();
-    bool Breaking() const { return FBreaking.load() || !FConnectionReady.load(); }
+    bool Breaking() const { return FBreaking.load() != 0 || !FConnectionReady.load(); }
 
     // Holds a send registration for a scope. Scopes nest on one thread at the cost of a
     // thread-local test: only the outermost registers.
@@ -448,7 +448,7 @@ protected:
 
 private:
     std::atomic<int> FSenders{0};
-    std::atomic<bool> FBreaking{false};
+    std::atomic<int> FBreaking{0};  // breaks in progress (two Disconnects may overlap)
     std::mutex FSendersLock;
     std::condition_variable FSendersGone;
 };

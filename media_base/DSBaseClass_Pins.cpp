@@ -4,6 +4,7 @@
 #include <cstring>
 #include <mutex>
 #include <new>
+#include <optional>
 
 #include "media_base/DSBaseClass.h"
 
@@ -407,17 +408,31 @@ HRESULT TDSBaseOutputPin::CompleteConnect(IPin*) {
     return DecideAllocator(FInputPin.Get(), FAllocator.ReleaseAndGetAddressOf());
 }
 
+namespace {
+// Counts one break in progress for its scope, also when the break ends by an exception.
+class BreakingScope {
+public:
+    explicit BreakingScope(std::atomic<int>& breaks) : FBreaks(breaks) { FBreaks.fetch_add(1); }
+    ~BreakingScope() { FBreaks.fetch_sub(1); }
+    BreakingScope(const BreakingScope&) = delete;
+    BreakingScope& operator=(const BreakingScope&) = delete;
+
+private:
+    std::atomic<int>& FBreaks;
+};
+}  // namespace
+
 bool TDSBaseOutputPin::EnterSend() {
     // Registered first, tested after: a break that begins after the test waits for this send,
     // and one that began before is seen by the test.
     FSenders.fetch_add(1);
-    if (!FBreaking.load() && FConnectionReady.load()) return true;
+    if (FBreaking.load() == 0 && FConnectionReady.load()) return true;
     LeaveSend();
     return false;
 }
 
 void TDSBaseOutputPin::LeaveSend() {
-    if (FSenders.fetch_sub(1) == 1 && FBreaking.load()) {
+    if (FSenders.fetch_sub(1) == 1 && FBreaking.load() != 0) {
         std::lock_guard<std::mutex> guard(FSendersLock);
         FSendersGone.notify_all();
     }
@@ -430,11 +445,12 @@ void TDSBaseOutputPin::WaitForSenders() {
 
 STDMETHODIMP TDSBaseOutputPin::Disconnect() {
     return mw::DSGuarded([&]() -> HRESULT {
+        std::optional<BreakingScope> breaking;
         {
             DSLockGuard guard(FLock.Get());
             if (!IsStopped()) return VFW_E_NOT_STOPPED;
             if (!FConnected) return S_FALSE;
-            FBreaking.store(true);
+            breaking.emplace(FBreaking);
             // A send blocked for a sample is woken by the decommit, one retrying sees the flag.
             // Decommitted under the lock, so that a Run in between commits after it, not before.
             if (FAllocator) FAllocator->Decommit();
@@ -443,19 +459,18 @@ STDMETHODIMP TDSBaseOutputPin::Disconnect() {
         // the filter.
         WaitForSenders();
         DSLockGuard guard(FLock.Get());
-        const HRESULT hr = IsStopped() ? DisconnectInternal() : VFW_E_NOT_STOPPED;
-        FBreaking.store(false);
-        return hr;
+        return IsStopped() ? DisconnectInternal() : VFW_E_NOT_STOPPED;
     });
 }
 
 HRESULT TDSBaseOutputPin::BreakConnect() {
     // Called under the filter lock; a Disconnect has waited for the senders already, so this
     // wait is only for a send that registered and is about to find the connection not ready.
-    FBreaking.store(true);
-    if (FAllocator) FAllocator->Decommit();
-    WaitForSenders();
-    FBreaking.store(false);
+    {
+        const BreakingScope breaking(FBreaking);
+        if (FAllocator) FAllocator->Decommit();
+        WaitForSenders();
+    }
     if (FAllocator) {
         const HRESULT hr = FAllocator->Decommit();
         if (FAILED(hr)) return hr;
@@ -546,26 +561,30 @@ HRESULT TDSBaseOutputPin::Deliver(IMediaSample* sample) {
 }
 
 HRESULT TDSBaseOutputPin::DeliverEndOfStream() {
-    const ComPtr<IPin> connected = ConnectedPin();
+    const SendScope scope(this);  // a disconnect waits for it, as for a sample
+    const ComPtr<IPin> connected = scope ? ConnectedPin() : nullptr;
     if (!connected) return VFW_E_NOT_CONNECTED;
     return connected->EndOfStream();
 }
 
 HRESULT TDSBaseOutputPin::DeliverBeginFlush() {
-    const ComPtr<IPin> connected = ConnectedPin();
+    const SendScope scope(this);  // a disconnect waits for it, as for a sample
+    const ComPtr<IPin> connected = scope ? ConnectedPin() : nullptr;
     if (!connected) return VFW_E_NOT_CONNECTED;
     return connected->BeginFlush();
 }
 
 HRESULT TDSBaseOutputPin::DeliverEndFlush() {
-    const ComPtr<IPin> connected = ConnectedPin();
+    const SendScope scope(this);  // a disconnect waits for it, as for a sample
+    const ComPtr<IPin> connected = scope ? ConnectedPin() : nullptr;
     if (!connected) return VFW_E_NOT_CONNECTED;
     return connected->EndFlush();
 }
 
 HRESULT TDSBaseOutputPin::DeliverNewSegment(REFERENCE_TIME start, REFERENCE_TIME stop,
                                             double rate) {
-    const ComPtr<IPin> connected = ConnectedPin();
+    const SendScope scope(this);
+    const ComPtr<IPin> connected = scope ? ConnectedPin() : nullptr;
     if (!connected) return VFW_E_NOT_CONNECTED;
     return connected->NewSegment(start, stop, rate);
 }
