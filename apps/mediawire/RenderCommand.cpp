@@ -10,6 +10,7 @@
 #include "Tool.h"
 #include "comptr.h"
 #include "control.h"
+#include "errors.h"
 #include "evcode.h"
 #include "mmreg.h"
 #include "mwstring.h"
@@ -31,10 +32,15 @@ struct Options {
     std::string dot;
 };
 
+// The platform's text of a result, with its code.
 std::string Hr(HRESULT hr) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(hr));
-    return text;
+    char code[16];
+    std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(hr));
+    char text[256] = "";
+    if (AMGetErrorTextA(hr, text, sizeof text) == 0 || !text[0]) return code;
+    std::string shown = text;
+    if (shown.back() == '.') shown.pop_back();
+    return shown + ", " + code;
 }
 
 template <class T, class U>
